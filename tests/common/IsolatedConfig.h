@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QByteArray>
+#include <QTemporaryDir>
+#include <QtGlobal>
+
+/// Points XDG_CONFIG_HOME (and so every settings store) at a fresh folder while it lives.
+class IsolatedConfig final
+{
+public:
+    IsolatedConfig() : m_old(qgetenv("XDG_CONFIG_HOME")), m_hadOld(qEnvironmentVariableIsSet("XDG_CONFIG_HOME"))
+    {
+        qputenv("XDG_CONFIG_HOME", m_dir.path().toUtf8());
+    }
+    ~IsolatedConfig()
+    {
+        if (m_hadOld)
+            qputenv("XDG_CONFIG_HOME", m_old);
+        else
+            qunsetenv("XDG_CONFIG_HOME");
+    }
+    IsolatedConfig(const IsolatedConfig&) = delete;
+    IsolatedConfig& operator=(const IsolatedConfig&) = delete;
+
+    QString path() const { return m_dir.path(); }
+
+private:
+    QTemporaryDir m_dir;
+    QByteArray m_old;
+    bool m_hadOld;
+};

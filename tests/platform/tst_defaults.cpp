@@ -1,0 +1,229 @@
+#include <QCoreApplication>
+#include <QFile>
+#include <QProcess>
+#include <QTest>
+
+#include "IsolatedConfig.h"
+#include "platform/Defaults.h"
+#include "platform/FolderBookmark.h"
+#include "platform/JsonSettingsFormat.h"
+
+// The same executable plays the second process: "--child write KEY VALUE", "--child append KEY N TAG",
+// "--child types KEY..." (prints each key's stored type name).
+static int runChild(const QStringList& args)
+{
+    const QString action = args.value(2);
+    Defaults suite = Defaults::suite();
+    if (action == QLatin1String("write")) {
+        suite.set(args.value(3), args.value(4));
+        return suite.sync() ? 0 : 1;
+    }
+    if (action == QLatin1String("append")) {
+        const int count = args.value(4).toInt();
+        for (int i = 0; i < count; ++i) {
+            const QString item = args.value(5) + QString::number(i);
+            const bool ok = Defaults::suite().update(args.value(3), [&](const QVariant& old) {
+                QVariantList list = old.toList();
+                list.append(item);
+                return QVariant(list);
+            });
+            if (!ok)
+                return 1;
+        }
+        return 0;
+    }
+    if (action == QLatin1String("types")) {
+        QTextStream out(stdout);
+        for (const QString& key : args.mid(3))
+            out << key << '=' << suite.object(key).metaType().name() << '\n';
+        return 0;
+    }
+    return 2;
+}
+
+class TestDefaults : public QObject
+{
+    Q_OBJECT
+
+    QStringList child(const QStringList& args, const QString& configHome)
+    {
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
+        p.setProcessEnvironment(env);
+        p.start(QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("--child")} + args);
+        if (!p.waitForFinished(30000) || p.exitCode() != 0)
+            return {QStringLiteral("child failed: ") + QString::fromUtf8(p.readAllStandardError())};
+        return QString::fromUtf8(p.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    }
+
+private slots:
+    void codecKeepsTypes_data()
+    {
+        QTest::addColumn<QVariant>("value");
+        QTest::newRow("string") << QVariant(QStringLiteral("-web \"quoted\" ünïcode"));
+        QTest::newRow("empty string") << QVariant(QString(""));
+        QTest::newRow("integer") << QVariant::fromValue<qint64>(2048);
+        QTest::newRow("integer beyond double precision") << QVariant::fromValue<qint64>((qint64(1) << 53) + 1);
+        QTest::newRow("negative integer") << QVariant::fromValue<qint64>(-7);
+        QTest::newRow("integral double") << QVariant(2.0);
+        QTest::newRow("fractional double") << QVariant(0.8);
+        QTest::newRow("tiny double") << QVariant(1e-300);
+        QTest::newRow("bool") << QVariant(false);
+        QTest::newRow("data with NUL") << QVariant(QByteArray("a\0b\xff", 4));
+        QTest::newRow("array") << QVariant(QVariantList{QStringLiteral("/a b.png"), qint64(3), 1.5, true});
+        QTest::newRow("empty array") << QVariant(QVariantList{});
+    }
+
+    void codecKeepsTypes()
+    {
+        QFETCH(QVariant, value);
+        QSettings::SettingsMap in{{QStringLiteral("k"), value}};
+        QSettings::SettingsMap out;
+        QVERIFY(JsonSettingsFormat::fromJson(JsonSettingsFormat::toJson(in), out));
+        const QVariant back = out.value(QStringLiteral("k"));
+        QCOMPARE(back.metaType(), value.metaType());
+        QCOMPARE(back, value);
+    }
+
+    void codecRejectsNonObjects()
+    {
+        QSettings::SettingsMap out;
+        QVERIFY(!JsonSettingsFormat::fromJson("[1, 2]", out));
+        QVERIFY(!JsonSettingsFormat::fromJson("{\"a\": ", out));
+        QVERIFY(JsonSettingsFormat::fromJson("", out)); // a new file
+    }
+
+    void typesSurviveTheFileInAnotherProcess()
+    {
+        IsolatedConfig config;
+        {
+            Defaults suite = Defaults::suite();
+            suite.set(QStringLiteral("s"), QStringLiteral("x"));
+            suite.set(QStringLiteral("i"), 5);
+            suite.set(QStringLiteral("d"), 1.0);
+            suite.set(QStringLiteral("b"), true);
+            suite.set(QStringLiteral("a"), QStringList{QStringLiteral("p")});
+            suite.set(QStringLiteral("data"), QByteArray("xyz"));
+            QVERIFY(suite.sync());
+        }
+        const QStringList types = child({QStringLiteral("types"), QStringLiteral("s"), QStringLiteral("i"),
+                                         QStringLiteral("d"), QStringLiteral("b"), QStringLiteral("a"),
+                                         QStringLiteral("data")},
+                                        config.path());
+        QCOMPARE(types, (QStringList{QStringLiteral("s=QString"), QStringLiteral("i=qlonglong"),
+                                     QStringLiteral("d=double"), QStringLiteral("b=bool"),
+                                     QStringLiteral("a=QVariantList"), QStringLiteral("data=QByteArray")}));
+    }
+
+    void registeredDefaultsAreFallbacksOnly()
+    {
+        IsolatedConfig config;
+        Defaults suite = Defaults::suite();
+        suite.registerDefaults({{QStringLiteral("maxFileSizeKB"), 500}});
+        QCOMPARE(suite.integer(QStringLiteral("maxFileSizeKB")), qint64(500));
+        QVERIFY(!suite.hasStoredValue(QStringLiteral("maxFileSizeKB")));
+        suite.set(QStringLiteral("other"), true);
+        QVERIFY(suite.sync());
+
+        QFile file(suite.filePath());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(!file.readAll().contains("maxFileSizeKB"));
+
+        suite.set(QStringLiteral("maxFileSizeKB"), 300);
+        QCOMPARE(suite.integer(QStringLiteral("maxFileSizeKB")), qint64(300));
+        suite.remove(QStringLiteral("maxFileSizeKB"));
+        QCOMPARE(Defaults::suite().integer(QStringLiteral("maxFileSizeKB")), qint64(500));
+    }
+
+    void readConversions()
+    {
+        IsolatedConfig config;
+        Defaults store = Defaults::suite();
+        store.set(QStringLiteral("dbl"), 2.9);
+        store.set(QStringLiteral("str"), QStringLiteral("42"));
+        store.set(QStringLiteral("yes"), QStringLiteral("YES"));
+        store.set(QStringLiteral("mixed"), QVariantList{QStringLiteral("a"), qint64(1)});
+        store.set(QStringLiteral("single"), QStringLiteral("/a/b.png"));
+        QCOMPARE(store.integer(QStringLiteral("dbl")), qint64(2));
+        QCOMPARE(store.integer(QStringLiteral("str")), qint64(42));
+        QCOMPARE(store.integer(QStringLiteral("missing")), qint64(0));
+        QVERIFY(store.boolean(QStringLiteral("yes")));
+        QVERIFY(!store.boolean(QStringLiteral("missing")));
+        QCOMPARE(store.string(QStringLiteral("dbl")), std::optional<QString>(QStringLiteral("2.9")));
+        QVERIFY(!store.stringArray(QStringLiteral("mixed")).has_value());
+        QVERIFY(!store.stringArray(QStringLiteral("single")).has_value());
+        QVERIFY(!store.data(QStringLiteral("str")).has_value());
+    }
+
+    void aSecondProcessSeesAWrite()
+    {
+        IsolatedConfig config;
+        Defaults before = Defaults::suite();
+        QVERIFY(!before.hasStoredValue(QStringLiteral("suffix")));
+        QVERIFY(child({QStringLiteral("write"), QStringLiteral("suffix"), QStringLiteral("_small")}, config.path())
+                    .isEmpty());
+        QCOMPARE(Defaults::suite().string(QStringLiteral("suffix")), std::optional<QString>(QStringLiteral("_small")));
+    }
+
+    void concurrentUpdatesLoseNothing()
+    {
+        IsolatedConfig config;
+        QProcess a, b;
+        for (QProcess* p : {&a, &b}) {
+            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+            env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
+            p->setProcessEnvironment(env);
+        }
+        a.start(QCoreApplication::applicationFilePath(),
+                {QStringLiteral("--child"), QStringLiteral("append"), QStringLiteral("list"), QStringLiteral("40"),
+                 QStringLiteral("a")});
+        b.start(QCoreApplication::applicationFilePath(),
+                {QStringLiteral("--child"), QStringLiteral("append"), QStringLiteral("list"), QStringLiteral("40"),
+                 QStringLiteral("b")});
+        QVERIFY(a.waitForFinished(60000) && b.waitForFinished(60000));
+        QCOMPARE(a.exitCode(), 0);
+        QCOMPARE(b.exitCode(), 0);
+        const auto list = Defaults::suite().stringArray(QStringLiteral("list"));
+        QVERIFY(list.has_value());
+        QCOMPARE(list->size(), 80);
+        for (int i = 0; i < 40; ++i) {
+            QVERIFY(list->contains(QStringLiteral("a%1").arg(i)));
+            QVERIFY(list->contains(QStringLiteral("b%1").arg(i)));
+        }
+    }
+
+    void unreadableSuiteFallsBackToStandard()
+    {
+        IsolatedConfig config;
+        QVERIFY(QDir().mkpath(Defaults::directory()));
+        QFile corrupt(Defaults::directory() + QStringLiteral("/") + Defaults::kSuiteName + QStringLiteral(".json"));
+        QVERIFY(corrupt.open(QIODevice::WriteOnly));
+        corrupt.write("this is not json");
+        corrupt.close();
+        const Defaults suite = Defaults::suite();
+        QVERIFY(!suite.isRequestedStore());
+        QVERIFY(suite.filePath().endsWith(Defaults::kStandardName + QStringLiteral(".json")));
+    }
+
+    void bookmarks()
+    {
+        QCOMPARE(FolderBookmark::resolve(*FolderBookmark::create(QStringLiteral("/tmp/Out Folder/ü"))),
+                 std::optional<QString>(QStringLiteral("/tmp/Out Folder/ü")));
+        QVERIFY(!FolderBookmark::create(QStringLiteral("relative/dir")).has_value());
+        QVERIFY(!FolderBookmark::resolve(QByteArray("\xff\xfe")).has_value());
+        QVERIFY(!FolderBookmark::resolve(QByteArray()).has_value());
+    }
+};
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    const QStringList args = app.arguments();
+    if (args.value(1) == QLatin1String("--child"))
+        return runChild(args);
+    TestDefaults test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_defaults.moc"
