@@ -2,12 +2,12 @@
 
 #include <QAction>
 #include <QMimeData>
-#include <QPromise>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
 #include <QUrl>
 
+#include "ControlledEngine.h"
 #include "IsolatedConfig.h"
 #include "engine/AppGroupDefaults.h"
 #include "ui/DropZonePanelController.h"
@@ -16,29 +16,6 @@
 #include "ui/ProgressPopoverView.h"
 
 namespace {
-/// An engine that records each batch and finishes it when the test says so.
-struct ControlledEngine
-{
-    QList<QStringList> batches;
-    QList<std::shared_ptr<QPromise<SessionResult>>> promises;
-
-    BatchRunner::Engine engine()
-    {
-        return [this](const QStringList& paths, const CompressionSettings&, ImageCompressor::ProgressCallback) {
-            auto promise = std::make_shared<QPromise<SessionResult>>();
-            promise->start();
-            batches << paths;
-            promises << promise;
-            return promise->future();
-        };
-    }
-    void finish(int batch, const SessionResult& result)
-    {
-        promises[batch]->addResult(result);
-        promises[batch]->finish();
-    }
-};
-
 QStringList menuTexts(QMenu* menu)
 {
     emit menu->aboutToShow();
@@ -113,8 +90,8 @@ private slots:
         QDropEvent drop(QPointF(140, 110), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(view, &drop);
         QVERIFY(drop.isAccepted());
-        QTRY_COMPARE(m_engine->batches.size(), 1);
-        QCOMPARE(m_engine->batches.at(0), (QStringList{"/p/a.png", "/p/b.HEIC"}));
+        QTRY_COMPARE(m_engine->calls.size(), 1);
+        QCOMPARE(m_engine->calls.at(0).paths, (QStringList{"/p/a.png", "/p/b.HEIC"}));
         QVERIFY(m_manager->compressionState().isRunning());
         QCOMPARE(m_manager->compressionState().total(), 2);
         QVERIFY(m_manager->isPulsing());
