@@ -94,7 +94,7 @@ vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
     const int bands = image.bands();
     if (bands <= 2) {
         const vips::VImage grey = image.extract_band(0);
-        const vips::VImage rgb = grey.bandjoin({grey, grey});
+        const vips::VImage rgb = vips::VImage::bandjoin({grey, grey, grey});
         image = bands == 2 ? rgb.bandjoin(image.extract_band(1)) : rgb;
     } else if (bands > 4) {
         image = image.extract_band(0, vips::VImage::option()->set("n", 3));
