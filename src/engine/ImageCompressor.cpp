@@ -42,8 +42,9 @@ CompressionResult resultFor(const QString& path)
 /**
  * Encodes `image` as `format` and writes it to the first free name of `target`.
  *
- * The size limit plugs in here: with `limitOutputFileSize` on, the size-limited search replaces
- * the single encode below and hands back the bytes of its final candidate.
+ * This is where `limitOutputFileSize` will switch to the size-limited search, which encodes its
+ * candidates in memory and hands back the bytes of the last one. Until that search exists, a
+ * limited batch is encoded once at the mode's quality, like an unlimited one.
  */
 std::optional<QString> writeImage(const vips::VImage& image, OutputFormat format, const OutputTarget& target,
                                   const CompressionSettings& settings)
