@@ -13,10 +13,12 @@ namespace {
 
 const QString kExecutableName = QStringLiteral("brevona");
 
-// Quoting of the Exec key: reserved characters need double quotes, and inside them ", `, $ and
-// \ take a backslash; the value's own escaping then doubles every backslash. % is doubled so it
-// is not read as a field code.
-QString quotedArgument(const QString& arg)
+} // namespace
+
+// Reserved characters need double quotes, and inside them ", `, $ and \ take a backslash; the
+// value's own escaping then doubles every backslash. % is doubled so it is not read as a field
+// code.
+QString LaunchAtLoginManager::quoteExecArgument(const QString& arg)
 {
     static const QString reserved = QStringLiteral(" \t\n\"'\\><~|&;$*?#()`");
     const bool needsQuotes = std::any_of(arg.begin(), arg.end(), [](QChar c) { return reserved.contains(c); });
@@ -33,6 +35,8 @@ QString quotedArgument(const QString& arg)
     }
     return needsQuotes ? u'"' + out + u'"' : out;
 }
+
+namespace {
 
 bool isHidden(const QString& path)
 {
@@ -77,7 +81,7 @@ QString LaunchAtLoginManager::execCommand()
     const QString onPath = QStandardPaths::findExecutable(kExecutableName);
     if (!onPath.isEmpty() && QFileInfo(onPath).canonicalFilePath() == running)
         return kExecutableName;
-    return quotedArgument(running.isEmpty() ? kExecutableName : running);
+    return quoteExecArgument(running.isEmpty() ? kExecutableName : running);
 }
 
 QByteArray LaunchAtLoginManager::entryText(const QString& exec)

@@ -24,4 +24,6 @@ public:
     /// The command that starts this application: the bare name when the running executable is
     /// the `brevona` found on PATH, else its absolute path.
     static QString execCommand();
+    /// One argument of an Exec line, quoted and escaped as desktop entries require.
+    static QString quoteExecArgument(const QString& arg);
 };
