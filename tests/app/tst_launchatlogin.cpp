@@ -64,10 +64,7 @@ private slots:
         QCOMPARE(LaunchAtLoginManager::isEnabled(), enabled);
     }
 
-    void absentEntryIsDisabled()
-    {
-        QVERIFY(!LaunchAtLoginManager::isEnabled());
-    }
+    void absentEntryIsDisabled() { QVERIFY(!LaunchAtLoginManager::isEnabled()); }
 
     void enablingWritesAStartableEntry()
     {
@@ -130,13 +127,20 @@ private slots:
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("quoted");
-        QTest::newRow("plain") << "/usr/bin/brevona" << "/usr/bin/brevona";
-        QTest::newRow("space") << "/opt/My Apps/brevona" << "\"/opt/My Apps/brevona\"";
-        QTest::newRow("dollar") << "/opt/a$b/brevona" << "\"/opt/a\\\\$b/brevona\"";
-        QTest::newRow("double quote") << "/opt/a\"b/brevona" << "\"/opt/a\\\\\"b/brevona\"";
-        QTest::newRow("backslash") << "/opt/a\\b/brevona" << "\"/opt/a\\\\\\\\b/brevona\"";
-        QTest::newRow("percent") << "/opt/100%/brevona" << "/opt/100%%/brevona";
-        QTest::newRow("non-ASCII") << "/home/zoë/brevona" << "/home/zoë/brevona";
+        QTest::newRow("plain") << "/usr/bin/brevona"
+                               << "/usr/bin/brevona";
+        QTest::newRow("space") << "/opt/My Apps/brevona"
+                               << "\"/opt/My Apps/brevona\"";
+        QTest::newRow("dollar") << "/opt/a$b/brevona"
+                                << "\"/opt/a\\\\$b/brevona\"";
+        QTest::newRow("double quote") << "/opt/a\"b/brevona"
+                                      << "\"/opt/a\\\\\"b/brevona\"";
+        QTest::newRow("backslash") << "/opt/a\\b/brevona"
+                                   << "\"/opt/a\\\\\\\\b/brevona\"";
+        QTest::newRow("percent") << "/opt/100%/brevona"
+                                 << "/opt/100%%/brevona";
+        QTest::newRow("non-ASCII") << "/home/zoë/brevona"
+                                   << "/home/zoë/brevona";
     }
     void quotesExecArguments()
     {
