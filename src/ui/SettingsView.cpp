@@ -88,7 +88,7 @@ QWidget* column(int spacing, std::initializer_list<QWidget*> children)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(spacing);
     for (QWidget* child : children)
-        layout->addWidget(child, 0, Qt::AlignLeft);
+        layout->addWidget(child);
     return box;
 }
 
@@ -143,7 +143,7 @@ QWidget* symbolLabel(const QString& resource, const QString& text, const QWidget
     row->setSpacing(kUnitSpacing);
     auto* icon = new QLabel;
     const int size = style->fontMetrics().height();
-    icon->setPixmap(tintedSymbol(resource, size, style->palette().color(QPalette::Highlight),
+    icon->setPixmap(tintedSymbol(resource, size, style->palette().color(QPalette::WindowText),
                                  style->devicePixelRatioF()));
     row->addWidget(icon);
     row->addWidget(new QLabel(text));
@@ -166,6 +166,7 @@ SettingsView::SettingsView(UpdateControl* updater, LaunchAtLoginHooks launchAtLo
       m_bundle(std::move(bundle)), m_chooseFolder(std::move(chooseFolder))
 {
     auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 12, 16, 16);
     layout->setSpacing(0);
     const QList<QWidget*> sections{buildOutputFormat(),    buildCompression(),   buildResize(),
                                    buildOutputLocation(),  buildNotifications(), buildGeneral(),
@@ -342,8 +343,9 @@ QWidget* SettingsView::buildOutputLocation()
     change->setObjectName(QStringLiteral("changeFolder"));
     change->setFont(captionFont(change->font()));
     connect(change, &QPushButton::clicked, this, &SettingsView::chooseFolder);
-    folderLayout->addWidget(m_folderPath, 1);
+    folderLayout->addWidget(m_folderPath);
     folderLayout->addWidget(change);
+    folderLayout->addStretch();
 
     m_folderMissing = new QLabel(QStringLiteral("Folder not found – using original location."));
     m_folderMissing->setObjectName(QStringLiteral("folderMissing"));
