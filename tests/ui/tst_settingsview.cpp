@@ -146,21 +146,6 @@ private slots:
                  QStringLiteral("Default: ~82% quality — visually identical, significantly smaller."));
     }
 
-    void hiddenRowsKeepTheirValues()
-    {
-        storeInSuite(Keys::longestEdgePx, qint64(1600));
-        open();
-        QCheckBox* edge = toggle(QStringLiteral("Limit longest edge"));
-        QVERIFY(!shown(QStringLiteral("longestEdgeRow")));
-        edge->click();
-        QVERIFY(shown(QStringLiteral("longestEdgeRow")));
-        auto* field = find<QWidget>(QStringLiteral("longestEdgeRow"))->findChild<QLineEdit*>();
-        QCOMPARE(field->text(), QStringLiteral("1600"));
-        edge->click();
-        QVERIFY(!shown(QStringLiteral("longestEdgeRow")));
-        QCOMPARE(suite().integer(Keys::longestEdgePx), qint64(1600));
-    }
-
     void numberFieldsStoreOnlyIntegers_data()
     {
         QTest::addColumn<QString>("typed");
@@ -261,17 +246,6 @@ private slots:
         QVERIFY(shown(QStringLiteral("suffixField")));
         QCOMPARE(find<RadioRow>(QStringLiteral("location_customFolder"))->isSelected(), folderRow);
         QCOMPARE(find<RadioRow>(QStringLiteral("location_sameFolder"))->isSelected(), !folderRow);
-    }
-
-    void emptySuffixIsStored()
-    {
-        open();
-        auto* field = find<QLineEdit>(QStringLiteral("suffixField"));
-        QCOMPARE(field->text(), QStringLiteral("-web"));
-        QCOMPARE(field->placeholderText(), QStringLiteral("-web"));
-        field->selectAll();
-        QTest::keyClick(field, Qt::Key_Backspace);
-        QCOMPARE(suite().string(Keys::suffix), std::optional<QString>(QString()));
     }
 
     void cancelledChooserKeepsTheFolder()
