@@ -4,6 +4,7 @@
 #include <QCheckBox>
 #include <QDir>
 #include <QMessageBox>
+#include <QScreen>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QTimer>
@@ -86,6 +87,9 @@ int main(int argc, char** argv)
     SettingsView* view = controller.view();
     auto* scroll = window->findChild<QScrollArea*>();
 
+    settle();
+    // The whole screen, to see where the window was placed.
+    QGuiApplication::primaryScreen()->grabWindow(0).save(out + QStringLiteral("/00-screen.png"));
     save(window, out + QStringLiteral("/01-defaults-window.png"));
     save(view, out + QStringLiteral("/02-defaults-full.png"));
 
