@@ -69,8 +69,8 @@ private slots:
         AppGroupDefaults::registerDefaults();
         QTemporaryDir dir;
         QStringList paths;
-        const QStringList sources{QStringLiteral("pil-radial_gradients.png"),
-                                  QStringLiteral("exiv2-bug884b-monitor-profile.jpg")};
+        const QStringList sources{QStringLiteral("orient1-360x240.jpg"),
+                                  QStringLiteral("rgba-32x32.png")};
         for (int i = 0; i < 4; ++i) {
             const QString target = dir.filePath(QStringLiteral("in%1-%2").arg(i).arg(sources[i % 2]));
             QVERIFY(QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/") + sources[i % 2], target));
