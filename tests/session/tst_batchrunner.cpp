@@ -1,5 +1,6 @@
 #include <memory>
 
+#include <QDir>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -96,6 +97,8 @@ private slots:
         QCOMPARE(recorder.take(), expected);
         QCOMPARE(state.current(), 4);
         QCOMPARE(runner.lastSessionSummary(), state.completionMessage());
+        // The stored settings reached the engine: JPEG outputs with the default suffix beside each input.
+        QCOMPARE(QDir(dir.path()).entryList({QStringLiteral("*-web.jpg")}).size(), 4);
         QCOMPARE(displayLog, (QStringList{"pulse on", "show", "pulse off"}));
         QVERIFY(runner.isDismissPending());
     }
