@@ -1,9 +1,8 @@
 #include "cli/SendCommand.h"
 
 #include <QFileInfo>
-#include <QTextStream>
-#include <QVariant>
 
+#include "cli/CliOutput.h"
 #include "engine/AppGroupDefaults.h"
 
 QStringList SendCommand::absolutePaths(const QStringList& files)
@@ -29,23 +28,28 @@ QVariant SendCommand::appended(const QVariant& stored, const QStringList& paths)
     return list;
 }
 
-int SendCommand::run(const QStringList& files, QTextStream& err)
+int SendCommand::run(const QStringList& arguments)
 {
-    if (files.isEmpty()) {
-        err << "usage: brevona-cli send FILE...\n";
-        return 2;
+    // No options; "--" lets a file name start with a dash.
+    QStringList files = arguments;
+    const bool endOfOptions = !files.isEmpty() && files.first() == QLatin1String("--");
+    if (endOfOptions)
+        files.removeFirst();
+    if (files.isEmpty() || (!endOfOptions && files.first().startsWith(u'-'))) {
+        CliOutput::err(QStringLiteral("usage: brevona-cli ") + synopsis());
+        return UsageError;
     }
     const QStringList paths = absolutePaths(files);
     Defaults suite = AppGroupDefaults::open();
     if (!suite.isRequestedStore()) {
-        err << "brevona-cli: cannot open the shared settings at " << Defaults::directory() << '\n';
-        return 1;
+        CliOutput::error(QStringLiteral("cannot open the shared settings in ") + Defaults::directory());
+        return Failure;
     }
     const bool written = suite.update(AppGroupDefaults::Keys::pendingFiles,
                                       [&](const QVariant& stored) { return appended(stored, paths); });
     if (!written) {
-        err << "brevona-cli: cannot write " << suite.filePath() << '\n';
-        return 1;
+        CliOutput::error(QStringLiteral("cannot write ") + suite.filePath());
+        return Failure;
     }
-    return 0;
+    return Success;
 }

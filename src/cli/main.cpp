@@ -1,15 +1,20 @@
-#include <QCoreApplication>
-#include <QTextStream>
+#include <memory>
 
+#include <QCoreApplication>
+
+#include "cli/CommandLine.h"
+#include "cli/CompressCommand.h"
 #include "cli/SendCommand.h"
+#include "cli/SettingsCommand.h"
 
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    QTextStream err(stderr);
-    const QStringList args = QCoreApplication::arguments().mid(1);
-    if (args.value(0) == QLatin1String("send"))
-        return SendCommand::run(args.mid(1), err);
-    err << "usage: brevona-cli send FILE...\n";
-    return 2;
+    QCoreApplication::setApplicationName(QStringLiteral("brevona-cli"));
+
+    CommandLine commandLine;
+    commandLine.add(std::make_unique<CompressCommand>());
+    commandLine.add(std::make_unique<SendCommand>());
+    commandLine.add(std::make_unique<SettingsCommand>());
+    return commandLine.run(QCoreApplication::arguments().mid(1));
 }

@@ -54,6 +54,8 @@ private slots:
                                         << QStringList{QStringLiteral("x.png"), QStringLiteral("sub/y z.jpg")};
         QTest::newRow("dot segments folded") << QVariant() << QStringList{QStringLiteral("./a/../x.png")}
                                              << QStringList{QStringLiteral("x.png")};
+        QTest::newRow("dash name after the separator") << QVariant() << QStringList{QStringLiteral("--"), QStringLiteral("-x.png")}
+                                                       << QStringList{QStringLiteral("-x.png")};
         QTest::newRow("non-ASCII") << QVariant() << QStringList{QStringLiteral("/m/Ärger ⚡ 写真.png")}
                                    << QStringList{QStringLiteral("/m/Ärger ⚡ 写真.png")};
         QTest::newRow("appends to a waiting list")
@@ -88,9 +90,18 @@ private slots:
         QCOMPARE(Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles), std::optional(absolute));
     }
 
+    void usageErrorWritesNothing_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("no files") << QStringList{};
+        QTest::newRow("only the separator") << QStringList{QStringLiteral("--")};
+        QTest::newRow("an option") << QStringList{QStringLiteral("--json"), QStringLiteral("/a.png")};
+    }
+
     void usageErrorWritesNothing()
     {
-        QCOMPARE(send({}), 2);
+        QFETCH(QStringList, arguments);
+        QCOMPARE(send(arguments), 2);
         QVERIFY(!Defaults::suite().hasStoredValue(AppGroupDefaults::Keys::pendingFiles));
     }
 
