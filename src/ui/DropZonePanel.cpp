@@ -1,0 +1,53 @@
+#include "ui/DropZonePanel.h"
+
+#include <QCloseEvent>
+#include <QVBoxLayout>
+
+#include "ui/DropZoneView.h"
+
+DropZonePanel::DropZonePanel(Mode mode) : QWidget(nullptr), m_mode(mode)
+{
+    if (m_mode == Mode::Floating) {
+        setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+        setAttribute(Qt::WA_TranslucentBackground);
+    } else {
+        setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint | Qt::WindowMinimizeButtonHint);
+        // The card's rounded corners show the window's own background; make it the card's colour.
+        QPalette dark = palette();
+        dark.setColor(QPalette::Window, QColor::fromRgbF(0.08f, 0.08f, 0.08f));
+        setPalette(dark);
+        setAutoFillBackground(true);
+    }
+    setWindowTitle(QStringLiteral("Brevona"));
+    setFixedSize(kSize);
+
+    m_dropZoneView = new DropZoneView(this);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_dropZoneView);
+}
+
+void DropZonePanel::configure(CompressionState* state, std::function<void(const QStringList&)> onFiles,
+                              std::function<void()> onSettings, std::function<void()> onQuit)
+{
+    m_dropZoneView->setCompressionState(state);
+    m_dropZoneView->setOnFiles(std::move(onFiles));
+    m_dropZoneView->setOnSettings(std::move(onSettings));
+    m_onQuit = onQuit;
+    m_dropZoneView->setOnQuit(std::move(onQuit));
+}
+
+void DropZonePanel::refresh()
+{
+    m_dropZoneView->refresh();
+}
+
+void DropZonePanel::closeEvent(QCloseEvent* event)
+{
+    if (m_mode == Mode::Windowed && m_onQuit) {
+        event->accept();
+        m_onQuit();
+        return;
+    }
+    QWidget::closeEvent(event);
+}

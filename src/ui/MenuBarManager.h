@@ -1,0 +1,84 @@
+#pragma once
+
+#include <QHash>
+#include <QIcon>
+#include <QMenu>
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+#include <QSystemTrayIcon>
+#include <QVariantAnimation>
+
+#include "session/BatchDisplay.h"
+#include "session/BatchRunner.h"
+#include "session/CompressionState.h"
+
+#include "ui/ProgressPopoverView.h"
+
+/**
+ * The tray icon and everything hanging from it: the drop-zone panel (left click), the progress
+ * popover (middle click), the menu ("Last session: ...", "Settings...", "Quit Brevona"), the
+ * pulse while a batch runs, the one CompressionState and the batch runner fed by the panel.
+ *
+ * Without a system tray the panel opens at once as an ordinary window, so the application is
+ * usable on any desktop. "Settings..." is only announced (settingsRequested()); the application
+ * decides what opens.
+ */
+class MenuBarManager final : public QObject, public BatchDisplay
+{
+    Q_OBJECT
+
+public:
+    /// Frames of the pulse: the icon is re-rendered only when the opacity moves by this step.
+    static constexpr double kPulseStep = 0.05;
+
+    /// Without `engine`, batches go to the shared compressor.
+    explicit MenuBarManager(BatchRunner::Engine engine = {}, QObject* parent = nullptr);
+    ~MenuBarManager() override;
+
+    CompressionState& compressionState() { return m_compressionState; }
+    BatchRunner& batchRunner() { return m_runner; }
+    QString lastSessionSummary() const { return m_runner.lastSessionSummary(); }
+
+    /// Starts a batch with paths from a drop target.
+    void handleFiles(const QStringList& paths);
+
+    /// The tray icon's menu; its items are rebuilt every time it is about to open.
+    QMenu* menu() { return &m_menu; }
+    QSystemTrayIcon* trayIcon() { return m_trayIcon; }
+    ProgressPopoverView* popover() const { return m_popover.data(); }
+    bool isPulsing() const { return m_pulse.state() == QAbstractAnimation::Running; }
+    /// The opacity the icon is drawn at now (1 when steady).
+    double iconOpacity() const { return m_iconOpacity; }
+
+    /// The tray icon's place on screen; empty when the tray does not tell.
+    QRect anchorRect() const;
+
+    // BatchDisplay
+    void showPanelAnchored() override;
+    void hidePanel() override;
+    void setIconPulsing(bool pulsing) override;
+
+    void togglePanel();
+    void togglePopover();
+
+signals:
+    /// "Settings..." was chosen in the menu or on the panel.
+    void settingsRequested();
+
+private:
+    void rebuildMenu();
+    void onActivated(QSystemTrayIcon::ActivationReason reason);
+    void setIconOpacity(double opacity);
+    QIcon iconAt(double opacity);
+    void quit();
+
+    QMenu m_menu;
+    CompressionState m_compressionState;
+    BatchRunner m_runner;
+    QSystemTrayIcon* m_trayIcon = nullptr;
+    QVariantAnimation m_pulse;
+    double m_iconOpacity = 1.0;
+    QHash<int, QIcon> m_iconCache;
+    QPointer<ProgressPopoverView> m_popover;
+};
