@@ -1,0 +1,150 @@
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTest>
+
+#include "IsolatedConfig.h"
+#include "app/LaunchAtLoginManager.h"
+
+class TestLaunchAtLogin : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<IsolatedConfig> m_config;
+
+    QString autostartDir() const { return m_config->path() + QStringLiteral("/autostart"); }
+
+    static void write(const QString& path, const QByteArray& content)
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(content);
+    }
+
+    static QString execLine(const QString& path)
+    {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+            return {};
+        for (const QByteArray& line : file.readAll().split('\n')) {
+            if (line.startsWith("Exec="))
+                return QString::fromUtf8(line.mid(5));
+        }
+        return {};
+    }
+
+private slots:
+    void init() { m_config = std::make_unique<IsolatedConfig>(); }
+    void cleanup() { m_config.reset(); }
+
+    void entryLivesInTheAutostartFolder()
+    {
+        QCOMPARE(LaunchAtLoginManager::entryPath(), autostartDir() + QStringLiteral("/brevona.desktop"));
+    }
+
+    void readsExistingEntry_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<bool>("enabled");
+        const QByteArray head = "[Desktop Entry]\nType=Application\nName=Brevona\nExec=brevona\n";
+        QTest::newRow("plain entry") << head << true;
+        QTest::newRow("hidden by the desktop") << head + "Hidden=true\n" << false;
+        QTest::newRow("hidden with spaces") << head + "Hidden = true\n" << false;
+        QTest::newRow("hidden false") << head + "Hidden=false\n" << true;
+        QTest::newRow("hidden in another group") << head + "[Desktop Action x]\nHidden=true\n" << true;
+        QTest::newRow("empty file") << QByteArray() << true;
+    }
+    void readsExistingEntry()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(bool, enabled);
+        QVERIFY(QDir().mkpath(autostartDir()));
+        write(LaunchAtLoginManager::entryPath(), content);
+        QCOMPARE(LaunchAtLoginManager::isEnabled(), enabled);
+    }
+
+    void absentEntryIsDisabled()
+    {
+        QVERIFY(!LaunchAtLoginManager::isEnabled());
+    }
+
+    void enablingWritesAStartableEntry()
+    {
+        LaunchAtLoginManager::setEnabled(true);
+        QVERIFY(LaunchAtLoginManager::isEnabled());
+        QFile file(LaunchAtLoginManager::entryPath());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray text = file.readAll();
+        QVERIFY(text.startsWith("[Desktop Entry]\n"));
+        QVERIFY(text.contains("\nType=Application\n"));
+        QVERIFY(!text.contains("Hidden=true"));
+        // The test executable is not on PATH, so the entry names it by its absolute path.
+        QCOMPARE(execLine(LaunchAtLoginManager::entryPath()),
+                 QFileInfo(QCoreApplication::applicationFilePath()).canonicalFilePath());
+    }
+
+    void enablingAHiddenEntryShowsItAgain()
+    {
+        QVERIFY(QDir().mkpath(autostartDir()));
+        write(LaunchAtLoginManager::entryPath(), "[Desktop Entry]\nType=Application\nExec=x\nHidden=true\n");
+        LaunchAtLoginManager::setEnabled(true);
+        QVERIFY(LaunchAtLoginManager::isEnabled());
+    }
+
+    void disablingRemovesTheEntryAndRepeats()
+    {
+        LaunchAtLoginManager::setEnabled(true);
+        LaunchAtLoginManager::setEnabled(false);
+        QVERIFY(!LaunchAtLoginManager::isEnabled());
+        QVERIFY(!QFileInfo::exists(LaunchAtLoginManager::entryPath()));
+        LaunchAtLoginManager::setEnabled(false);
+        QVERIFY(!LaunchAtLoginManager::isEnabled());
+    }
+
+    // Permissions do not stop root, so the write is blocked by what stands in the way.
+    void failedWriteChangesNothing_data()
+    {
+        QTest::addColumn<bool>("fileInsteadOfFolder");
+        QTest::newRow("a file where the autostart folder belongs") << true;
+        QTest::newRow("a folder where the entry belongs") << false;
+    }
+    void failedWriteChangesNothing()
+    {
+        QFETCH(bool, fileInsteadOfFolder);
+        if (fileInsteadOfFolder) {
+            write(autostartDir(), "not a folder");
+        } else {
+            QVERIFY(QDir().mkpath(LaunchAtLoginManager::entryPath()));
+        }
+        LaunchAtLoginManager::setEnabled(true);
+        QVERIFY(!LaunchAtLoginManager::isEnabled());
+        if (fileInsteadOfFolder) {
+            QFile blocker(autostartDir());
+            QVERIFY(blocker.open(QIODevice::ReadOnly));
+            QCOMPARE(blocker.readAll(), QByteArray("not a folder"));
+        }
+    }
+
+    void quotesExecArguments_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("quoted");
+        QTest::newRow("plain") << "/usr/bin/brevona" << "/usr/bin/brevona";
+        QTest::newRow("space") << "/opt/My Apps/brevona" << "\"/opt/My Apps/brevona\"";
+        QTest::newRow("dollar") << "/opt/a$b/brevona" << "\"/opt/a\\\\$b/brevona\"";
+        QTest::newRow("double quote") << "/opt/a\"b/brevona" << "\"/opt/a\\\\\"b/brevona\"";
+        QTest::newRow("backslash") << "/opt/a\\b/brevona" << "\"/opt/a\\\\\\\\b/brevona\"";
+        QTest::newRow("percent") << "/opt/100%/brevona" << "/opt/100%%/brevona";
+        QTest::newRow("non-ASCII") << "/home/zoë/brevona" << "/home/zoë/brevona";
+    }
+    void quotesExecArguments()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, quoted);
+        QCOMPARE(LaunchAtLoginManager::quoteExecArgument(path), quoted);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLaunchAtLogin)
+#include "tst_launchatlogin.moc"

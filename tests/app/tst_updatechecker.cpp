@@ -1,0 +1,435 @@
+#include <limits>
+
+#include <QDateTime>
+#include <QHash>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+#include "IsolatedConfig.h"
+#include "app/UpdateChecker.h"
+#include "platform/Defaults.h"
+
+namespace {
+
+QByteArray http(int status, const QByteArray& body, const QByteArray& headers = {}, bool withLength = true)
+{
+    QByteArray out = "HTTP/1.1 " + QByteArray::number(status) + " X\r\nConnection: close\r\n" + headers;
+    if (withLength)
+        out += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    return out + "\r\n" + body;
+}
+
+QByteArray record(const QByteArray& version, const QByteArray& build, const QByteArray& zip = "https://dl.example/b.zip")
+{
+    return "{\"version\":\"" + version + "\",\"buildNumber\":" + build +
+           ",\"releaseNotes\":\"Faster AVIF.\",\"zipURL\":\"" + zip + "\",\"criticalUpdate\":false}";
+}
+
+/// Answers each request with the canned response registered for its path, then closes.
+class CannedHttpServer final : public QObject
+{
+public:
+    CannedHttpServer()
+    {
+        QVERIFY(m_server.listen(QHostAddress::LocalHost));
+        connect(&m_server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+                connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] { answer(socket); });
+            }
+        });
+    }
+
+    QString url(const QString& path) const
+    {
+        return QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(path);
+    }
+    void serve(const QByteArray& path, const QByteArray& response) { m_responses.insert(path, response); }
+    int requests() const { return m_requests; }
+
+private:
+    void answer(QTcpSocket* socket)
+    {
+        QByteArray& pending = m_buffers[socket];
+        pending += socket->readAll();
+        if (!pending.contains("\r\n\r\n"))
+            return;
+        ++m_requests;
+        const QByteArray path = pending.split(' ').value(1);
+        m_buffers.remove(socket);
+        socket->write(m_responses.value(path, http(404, "missing")));
+        socket->disconnectFromHost();
+    }
+
+    QTcpServer m_server;
+    QHash<QByteArray, QByteArray> m_responses;
+    QHash<QTcpSocket*, QByteArray> m_buffers;
+    int m_requests = 0;
+};
+
+/// Records every alert (and whether a manual check was flagged as running while it showed) and
+/// answers with a fixed button.
+class RecordingAlerts final : public AlertPresenter
+{
+public:
+    int runAlert(const Alert& alert) override
+    {
+        alerts.append(alert);
+        checkingDuringAlert.append(checker && checker->isChecking());
+        return answer;
+    }
+    void openUrl(const QUrl& url) override { opened.append(url); }
+
+    QStringList messages() const
+    {
+        QStringList out;
+        for (const Alert& a : alerts)
+            out.append(a.message);
+        return out;
+    }
+
+    int answer = 2;
+    const UpdateChecker* checker = nullptr;
+    QList<Alert> alerts;
+    QList<bool> checkingDuringAlert;
+    QList<QUrl> opened;
+};
+
+const QString kUpToDate = QStringLiteral("Brevona is up to date");
+const QString kUpdate250 = QStringLiteral("Brevona 2.5.0 is available");
+
+double now()
+{
+    return QDateTime::currentMSecsSinceEpoch() / 1000.0;
+}
+
+} // namespace
+
+class TestUpdateChecker : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<IsolatedConfig> m_config;
+    std::unique_ptr<CannedHttpServer> m_server;
+    std::shared_ptr<RecordingAlerts> m_alerts;
+    std::unique_ptr<UpdateChecker> m_checker;
+
+    void makeChecker(const QString& url, std::optional<QString> build = QStringLiteral("41"),
+                     std::optional<QString> version = QStringLiteral("2.4.0"))
+    {
+        m_checker = std::make_unique<UpdateChecker>(url, BundleInfo(version, build), m_alerts);
+        m_alerts->checker = m_checker.get();
+    }
+
+    bool runCheck(bool silent)
+    {
+        QSignalSpy finished(m_checker.get(), &UpdateChecker::checkFinished);
+        if (silent)
+            m_checker->check(true);
+        else
+            m_checker->checkForUpdates();
+        return finished.count() == 1 || finished.wait(20000);
+    }
+
+private slots:
+    void init()
+    {
+        m_config = std::make_unique<IsolatedConfig>();
+        m_server = std::make_unique<CannedHttpServer>();
+        m_alerts = std::make_shared<RecordingAlerts>();
+        m_server->serve("/same.json", http(200, record("2.4.0", "41")));
+        m_server->serve("/newer.json", http(200, record("2.5.0", "42")));
+        m_server->serve("/older.json", http(200, record("2.3.0", "40")));
+        m_server->serve("/build1.json", http(200, record("2.5.0", "1")));
+        m_server->serve("/string-build.json", http(200, record("2.5.0", "\"42\"")));
+        m_server->serve("/garbage.json", http(200, "<html>maintenance</html>"));
+        m_server->serve("/status404.json", http(404, record("2.5.0", "42")));
+        const QByteArray huge = record("2.5.0", "42") + QByteArray(1024 * 1024 + 10, ' ');
+        m_server->serve("/huge-declared.json", http(200, huge));
+        m_server->serve("/huge-undeclared.json", http(200, huge, {}, false));
+        m_server->serve("/redirect-http.json", http(302, {}, "Location: " + m_server->url("/newer.json").toUtf8() + "\r\n"));
+    }
+    void cleanup()
+    {
+        m_checker.reset();
+        m_alerts.reset();
+        m_server.reset();
+        m_config.reset();
+    }
+
+    void decodesOnlyCompleteRecords_data()
+    {
+        QTest::addColumn<QByteArray>("json");
+        QTest::addColumn<bool>("decodes");
+        QTest::newRow("complete") << record("2.5.0", "42") << true;
+        QTest::newRow("extra field") << QByteArray(record("2.5.0", "42")).replace("{", "{\"x\":[1],") << true;
+        QTest::newRow("whole double build") << record("2.5.0", "42.0") << true;
+        QTest::newRow("build as string") << record("2.5.0", "\"42\"") << false;
+        QTest::newRow("fractional build") << record("2.5.0", "42.5") << false;
+        QTest::newRow("build beyond 64 bits") << record("2.5.0", "1e20") << false;
+        QTest::newRow("build null") << record("2.5.0", "null") << false;
+        QTest::newRow("version as number") << QByteArray(record("2.5.0", "42")).replace("\"2.5.0\"", "2.5") << false;
+        QTest::newRow("critical as string")
+            << QByteArray(record("2.5.0", "42")).replace("false", "\"false\"") << false;
+        QTest::newRow("critical as number") << QByteArray(record("2.5.0", "42")).replace("false", "0") << false;
+        QTest::newRow("array root") << "[" + record("2.5.0", "42") + "]" << false;
+        QTest::newRow("not JSON") << QByteArray("version=2.5.0") << false;
+        QTest::newRow("empty") << QByteArray() << false;
+        for (const char* field : {"version", "buildNumber", "releaseNotes", "zipURL", "criticalUpdate"}) {
+            const QByteArray renamed = QByteArray(record("2.5.0", "42")).replace("\"" + QByteArray(field) + "\"", "\"other\"");
+            QTest::addRow("missing %s", field) << renamed << false;
+        }
+    }
+    void decodesOnlyCompleteRecords()
+    {
+        QFETCH(QByteArray, json);
+        QFETCH(bool, decodes);
+        QCOMPARE(AppRelease::decode(json).has_value(), decodes);
+    }
+
+    void decodesFieldValues()
+    {
+        const auto release = AppRelease::decode(record("2.5.0", "9007199254740993", "https://dl.example/b.zip"));
+        QVERIFY(release);
+        QCOMPARE(release->version, QStringLiteral("2.5.0"));
+        QCOMPARE(release->buildNumber, Q_INT64_C(9007199254740993)); // beyond double precision
+        QCOMPARE(release->releaseNotes, QStringLiteral("Faster AVIF."));
+        QCOMPARE(release->zipURL, QStringLiteral("https://dl.example/b.zip"));
+        QCOMPARE(release->criticalUpdate, false);
+    }
+
+    void runningBuildNumber_data()
+    {
+        QTest::addColumn<std::optional<QString>>("value");
+        QTest::addColumn<qint64>("build");
+        QTest::newRow("42") << std::optional<QString>(QStringLiteral("42")) << qint64(42);
+        QTest::newRow("+7") << std::optional<QString>(QStringLiteral("+7")) << qint64(7);
+        QTest::newRow("-3") << std::optional<QString>(QStringLiteral("-3")) << qint64(-3);
+        QTest::newRow("1.2") << std::optional<QString>(QStringLiteral("1.2")) << qint64(0);
+        QTest::newRow("empty") << std::optional<QString>(QString()) << qint64(0);
+        QTest::newRow("leading space") << std::optional<QString>(QStringLiteral(" 5")) << qint64(0);
+        QTest::newRow("trailing space") << std::optional<QString>(QStringLiteral("5 ")) << qint64(0);
+        QTest::newRow("absent") << std::optional<QString>() << qint64(0);
+        QTest::newRow("int64 max") << std::optional<QString>(QStringLiteral("9223372036854775807"))
+                                   << std::numeric_limits<qint64>::max();
+        QTest::newRow("int64 min") << std::optional<QString>(QStringLiteral("-9223372036854775808"))
+                                   << std::numeric_limits<qint64>::min();
+        QTest::newRow("over int64") << std::optional<QString>(QStringLiteral("9223372036854775808")) << qint64(0);
+        QTest::newRow("hex") << std::optional<QString>(QStringLiteral("0x1F")) << qint64(0);
+        QTest::newRow("Arabic-Indic digits") << std::optional<QString>(QStringLiteral("٤٢")) << qint64(0);
+    }
+    void runningBuildNumber()
+    {
+        QFETCH(std::optional<QString>, value);
+        QFETCH(qint64, build);
+        QCOMPARE(UpdateChecker::runningBuildNumber(value), build);
+    }
+
+    void outcomes_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<bool>("silent");
+        QTest::addColumn<std::optional<QString>>("runningBuild");
+        QTest::addColumn<QString>("skipVersion");
+        QTest::addColumn<QStringList>("alerts");
+        const std::optional<QString> b41 = QStringLiteral("41");
+        const QStringList none;
+        QTest::newRow("same build, automatic") << "/same.json" << true << b41 << "" << none;
+        QTest::newRow("same build, manual") << "/same.json" << false << b41 << "" << QStringList{kUpToDate};
+        QTest::newRow("older build, manual") << "/older.json" << false << b41 << "" << QStringList{kUpToDate};
+        QTest::newRow("newer, automatic") << "/newer.json" << true << b41 << "" << QStringList{kUpdate250};
+        QTest::newRow("newer, automatic, skipped") << "/newer.json" << true << b41 << "2.5.0" << none;
+        QTest::newRow("newer, automatic, other skipped")
+            << "/newer.json" << true << b41 << "2.4.9" << QStringList{kUpdate250};
+        QTest::newRow("newer, manual, skipped") << "/newer.json" << false << b41 << "2.5.0" << QStringList{kUpdate250};
+        QTest::newRow("running 1.2 counts as 0")
+            << "/build1.json" << true << std::optional<QString>(QStringLiteral("1.2")) << "" << QStringList{kUpdate250};
+        QTest::newRow("running build absent")
+            << "/build1.json" << true << std::optional<QString>() << "" << QStringList{kUpdate250};
+        QTest::newRow("running 1, feed 1")
+            << "/build1.json" << true << std::optional<QString>(QStringLiteral("1")) << "" << none;
+        QTest::newRow("build as string, manual") << "/string-build.json" << false << b41 << "" << QStringList{kUpToDate};
+        QTest::newRow("undecodable, automatic") << "/garbage.json" << true << b41 << "" << none;
+        QTest::newRow("undecodable, manual") << "/garbage.json" << false << b41 << "" << QStringList{kUpToDate};
+        QTest::newRow("status 404 is not examined")
+            << "/status404.json" << false << b41 << "" << QStringList{kUpdate250};
+        QTest::newRow("body over 1 MB, declared") << "/huge-declared.json" << false << b41 << "" << QStringList{kUpToDate};
+        QTest::newRow("body over 1 MB, undeclared")
+            << "/huge-undeclared.json" << false << b41 << "" << QStringList{kUpToDate};
+        QTest::newRow("redirect to http, automatic") << "/redirect-http.json" << true << b41 << "" << none;
+        QTest::newRow("redirect to http, manual")
+            << "/redirect-http.json" << false << b41 << "" << QStringList{kUpToDate};
+        QTest::newRow("nothing listening, automatic") << "closed" << true << b41 << "" << none;
+        QTest::newRow("nothing listening, manual") << "closed" << false << b41 << "" << QStringList{kUpToDate};
+        QTest::newRow("unusable feed address, manual") << "bad" << false << b41 << "" << QStringList{kUpToDate};
+    }
+    void outcomes()
+    {
+        QFETCH(QString, path);
+        QFETCH(bool, silent);
+        QFETCH(std::optional<QString>, runningBuild);
+        QFETCH(QString, skipVersion);
+        QFETCH(QStringList, alerts);
+
+        QString url = m_server->url(path);
+        if (path == QLatin1String("closed")) {
+            QTcpServer probe;
+            QVERIFY(probe.listen(QHostAddress::LocalHost));
+            url = QStringLiteral("http://127.0.0.1:%1/v.json").arg(probe.serverPort());
+        } else if (path == QLatin1String("bad")) {
+            url = QStringLiteral("http://exa mple.com:99999/v.json");
+        }
+        if (!skipVersion.isEmpty()) {
+            Defaults standard = Defaults::standard();
+            standard.set(UpdateChecker::kSkipVersionKey, skipVersion);
+            standard.sync();
+        }
+        makeChecker(url, runningBuild);
+        QSignalSpy checking(m_checker.get(), &UpdateControl::isCheckingChanged);
+        const double before = now();
+
+        QVERIFY(runCheck(silent));
+
+        QCOMPARE(m_alerts->messages(), alerts);
+        // Written at every check, failures included.
+        QVERIFY(Defaults::standard().doubleValue(UpdateChecker::kLastCheckKey) >= before - 0.001);
+        // Only a manual check raises the flag, and it stays raised while its alert shows.
+        for (bool flagged : std::as_const(m_alerts->checkingDuringAlert))
+            QCOMPARE(flagged, !silent);
+        QCOMPARE(checking.count(), silent ? 0 : 2);
+        QVERIFY(!m_checker->isChecking());
+    }
+
+    void alertTexts_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<std::optional<QString>>("shortVersion");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("informative");
+        QTest::addColumn<QStringList>("buttons");
+        const QStringList three{QStringLiteral("Download"), QStringLiteral("Skip This Version"), QStringLiteral("Later")};
+        QTest::newRow("update") << "/newer.json" << std::optional<QString>(QStringLiteral("2.4.0")) << kUpdate250
+                                << "Faster AVIF." << three;
+        QTest::newRow("up to date") << "/same.json" << std::optional<QString>(QStringLiteral("2.4.0")) << kUpToDate
+                                    << "You're running version 2.4.0, the latest version." << QStringList{"OK"};
+        QTest::newRow("up to date, no version") << "/same.json" << std::optional<QString>() << kUpToDate
+                                                << "You're running version 1.0.0, the latest version."
+                                                << QStringList{"OK"};
+    }
+    void alertTexts()
+    {
+        QFETCH(QString, path);
+        QFETCH(std::optional<QString>, shortVersion);
+        QFETCH(QString, message);
+        QFETCH(QString, informative);
+        QFETCH(QStringList, buttons);
+        makeChecker(m_server->url(path), QStringLiteral("41"), shortVersion);
+        QVERIFY(runCheck(false));
+        QCOMPARE(m_alerts->alerts.size(), 1);
+        QCOMPARE(m_alerts->alerts[0].message, message);
+        QCOMPARE(m_alerts->alerts[0].informativeText, informative);
+        QCOMPARE(m_alerts->alerts[0].buttons, buttons);
+    }
+
+    void answers_data()
+    {
+        QTest::addColumn<int>("button");
+        QTest::addColumn<QByteArray>("zip");
+        QTest::addColumn<QString>("opened");
+        QTest::addColumn<QString>("skipped");
+        QTest::newRow("download https") << 0 << QByteArray("https://dl.example/b.zip") << "https://dl.example/b.zip" << "";
+        QTest::newRow("download http") << 0 << QByteArray("http://dl.example/b.zip") << "http://dl.example/b.zip" << "";
+        QTest::newRow("download file address") << 0 << QByteArray("file:///etc/passwd") << "" << "";
+        QTest::newRow("download ftp address") << 0 << QByteArray("ftp://dl.example/b.zip") << "" << "";
+        QTest::newRow("download script address") << 0 << QByteArray("javascript:alert(1)") << "" << "";
+        QTest::newRow("download unusable address") << 0 << QByteArray("not an address") << "" << "";
+        QTest::newRow("skip") << 1 << QByteArray("https://dl.example/b.zip") << "" << "2.5.0";
+        QTest::newRow("later") << 2 << QByteArray("https://dl.example/b.zip") << "" << "";
+        QTest::newRow("dismissed") << -1 << QByteArray("https://dl.example/b.zip") << "" << "";
+    }
+    void answers()
+    {
+        QFETCH(int, button);
+        QFETCH(QByteArray, zip);
+        QFETCH(QString, opened);
+        QFETCH(QString, skipped);
+        m_server->serve("/answer.json", http(200, record("2.5.0", "42", zip)));
+        makeChecker(m_server->url("/answer.json"));
+        m_alerts->answer = button;
+        QVERIFY(runCheck(false));
+        QCOMPARE(m_alerts->opened, opened.isEmpty() ? QList<QUrl>{} : QList<QUrl>{QUrl(opened)});
+        QCOMPARE(Defaults::standard().string(UpdateChecker::kSkipVersionKey).value_or(QString()), skipped);
+    }
+
+    void skippedVersionTextHoldsForLaterBuilds()
+    {
+        makeChecker(m_server->url("/newer.json"));
+        m_alerts->answer = 1;
+        QVERIFY(runCheck(true));
+        m_server->serve("/newer.json", http(200, record("2.5.0", "43")));
+        QVERIFY(runCheck(true));
+        QCOMPARE(m_alerts->messages(), QStringList{kUpdate250});
+    }
+
+    void checksWhenDue_data()
+    {
+        QTest::addColumn<std::optional<double>>("lastCheckAgo");
+        QTest::addColumn<bool>("checks");
+        QTest::newRow("never checked") << std::optional<double>() << true;
+        QTest::newRow("a day ago") << std::optional<double>(86400.5) << true;
+        QTest::newRow("just under a day ago") << std::optional<double>(86300.0) << false;
+        QTest::newRow("a minute ago") << std::optional<double>(60.0) << false;
+        QTest::newRow("in the future") << std::optional<double>(-3600.0) << false;
+    }
+    void checksWhenDue()
+    {
+        QFETCH(std::optional<double>, lastCheckAgo);
+        QFETCH(bool, checks);
+        if (lastCheckAgo) {
+            Defaults standard = Defaults::standard();
+            standard.set(UpdateChecker::kLastCheckKey, now() - *lastCheckAgo);
+            standard.sync();
+        }
+        const double stored = Defaults::standard().doubleValue(UpdateChecker::kLastCheckKey);
+        makeChecker(m_server->url("/newer.json"));
+        QSignalSpy finished(m_checker.get(), &UpdateChecker::checkFinished);
+        m_checker->checkIfDue();
+        // A check writes its start time at once, before the network answers.
+        QCOMPARE(Defaults::standard().doubleValue(UpdateChecker::kLastCheckKey) != stored, checks);
+        if (checks) {
+            QVERIFY(finished.wait(20000));
+            QCOMPARE(m_server->requests(), 1);
+            QCOMPARE(m_alerts->messages(), QStringList{kUpdate250});
+        }
+    }
+
+    void dueRule_data()
+    {
+        QTest::addColumn<double>("last");
+        QTest::addColumn<double>("now");
+        QTest::addColumn<bool>("due");
+        QTest::newRow("never") << 0.0 << 1.7e9 << true;
+        QTest::newRow("exactly a day") << 1.0e9 << 1.0e9 + 86400.0 << true;
+        QTest::newRow("a second short") << 1.0e9 << 1.0e9 + 86399.0 << false;
+        QTest::newRow("clock moved back") << 1.0e9 << 0.9e9 << false;
+    }
+    void dueRule()
+    {
+        QFETCH(double, last);
+        QFETCH(double, now);
+        QFETCH(bool, due);
+        QCOMPARE(UpdateChecker::isDue(last, now), due);
+    }
+
+    void defaultFeedIsHttps()
+    {
+        const QUrl feed(UpdateChecker::defaultFeedUrl());
+        QCOMPARE(feed.scheme(), QStringLiteral("https"));
+        QCOMPARE(feed.path(), QStringLiteral("/brevona_update/version.json"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestUpdateChecker)
+#include "tst_updatechecker.moc"
