@@ -32,7 +32,7 @@ QLabel* boltLabel(QWidget* parent)
 OnboardingView::OnboardingView(QWidget* parent) : QWidget(parent)
 {
     auto* stack = new QVBoxLayout(this);
-    stack->setContentsMargins(24, 20, 24, 20);
+    stack->setContentsMargins(18, 20, 18, 20);
     stack->setSpacing(14);
 
     stack->addWidget(boltLabel(this), 0, Qt::AlignHCenter);
