@@ -14,6 +14,7 @@
 #include "platform/NotificationCenter.h"
 #include "ui/MenuBarManager.h"
 #include "ui/OnboardingWindowController.h"
+#include "ui/SettingsWindowController.h"
 
 namespace {
 
@@ -259,6 +260,17 @@ private slots:
         QVERIFY(files.contains(QStringLiteral("one.png")));
         QVERIFY(files.contains(QStringLiteral("two.png")));
         QVERIFY(files.indexOf(QStringLiteral("one.png")) < files.indexOf(QStringLiteral("two.png")));
+    }
+
+    void settingsChoiceOpensTheSettingsWindow()
+    {
+        AppDelegate delegate(services());
+        delegate.applicationDidFinishLaunching();
+        emit delegate.menuBarManager()->settingsRequested();
+        QWidget* window = SettingsWindowController::shared().window();
+        QVERIFY(window);
+        QVERIFY(window->isVisible());
+        window->close();
     }
 
     void listArrivingAfterTheDelegateIsGoneIsDropped()

@@ -53,14 +53,6 @@ private slots:
         QCOMPARE(shown, (QStringList{QStringLiteral("⚡ Brevona"), QStringLiteral("1 image optimized · 10 KB saved")}));
     }
 
-    void missingServiceWithoutFallbackIsSilent()
-    {
-        NotificationCenter center;
-        QSignalSpy fellBack(&center, &NotificationCenter::fellBack);
-        center.post(QStringLiteral("t"), QStringLiteral("b"));
-        QVERIFY(fellBack.wait(20000));
-    }
-
     void authorisationIsGranted()
     {
         NotificationCenter center;

@@ -103,15 +103,6 @@ private slots:
         QCOMPARE(controller.window(), window); // kept for the next show
     }
 
-    void getStartedClosesTheWindow()
-    {
-        OnboardingWindowController controller;
-        QWidget* window = shownWindow(controller);
-        QVERIFY(QTest::qWaitForWindowActive(window));
-        window->findChild<OnboardingView*>()->getStartedButton()->click();
-        QVERIFY(!window->isVisible());
-    }
-
     void showingAgainReusesTheWindowWhereItWas()
     {
         OnboardingWindowController controller;
