@@ -30,11 +30,21 @@ qint64 fileSize(const QString& path)
     return info.exists() ? info.size() : 0;
 }
 
+/// A result for `path` with only the source's side filled in.
+CompressionResult resultFor(const QString& path)
+{
+    CompressionResult result;
+    result.sourceURL = path;
+    result.originalSize = fileSize(path);
+    return result;
+}
+
 /**
  * Encodes `image` as `format` and writes it to the first free name of `target`.
  *
- * The size limit plugs in here: with `limitOutputFileSize` on, the size-limited search replaces
- * the single encode below and hands back the bytes of its final candidate.
+ * This is where `limitOutputFileSize` will switch to the size-limited search, which encodes its
+ * candidates in memory and hands back the bytes of the last one. Until that search exists, a
+ * limited batch is encoded once at the mode's quality, like an unlimited one.
  */
 std::optional<QString> writeImage(const vips::VImage& image, OutputFormat format, const OutputTarget& target,
                                   const CompressionSettings& settings)
@@ -115,9 +125,7 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
     const ScopedAccess sourceAccess(sourcePath);
     const ScopedAccess folderAccess(source.absolutePath());
 
-    CompressionResult result;
-    result.sourceURL = sourcePath;
-    result.originalSize = fileSize(sourcePath);
+    CompressionResult result = resultFor(sourcePath);
     qCDebug(lcCompression).noquote() << QStringLiteral("compressOne: %1").arg(source.fileName());
 
     std::optional<vips::VImage> image = ImageDecoder::decode(sourcePath);
@@ -156,9 +164,7 @@ CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int p
     const ScopedAccess sourceAccess(pdfPath);
     const ScopedAccess folderAccess(source.absolutePath());
 
-    CompressionResult result;
-    result.sourceURL = pdfPath;
-    result.originalSize = fileSize(pdfPath);
+    CompressionResult result = resultFor(pdfPath);
 
     const int pages = ImageDecoder::pdfPageCount(pdfPath);
     const std::optional<vips::VImage> page = pageIndex < pages ? ImageDecoder::renderPDFPage(pdfPath, pageIndex)
