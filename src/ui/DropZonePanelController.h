@@ -8,9 +8,8 @@
 #include <QStringList>
 #include <QTimer>
 
-#include "ui/DropZonePanel.h"
-
 #include "session/CompressionState.h"
+#include "ui/DropZonePanel.h"
 
 /**
  * Owns the drop-zone panel: creates it once, places it under the tray icon, shows, hides and

@@ -7,8 +7,8 @@
 #include <QWidget>
 
 #include "engine/CompressionSettings.h"
-
 #include "session/CompressionState.h"
+
 class QPushButton;
 
 /**

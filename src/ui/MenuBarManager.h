@@ -12,7 +12,6 @@
 #include "session/BatchDisplay.h"
 #include "session/BatchRunner.h"
 #include "session/CompressionState.h"
-
 #include "ui/ProgressPopoverView.h"
 
 /**

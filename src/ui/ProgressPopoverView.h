@@ -5,6 +5,7 @@
 #include <QWidget>
 
 #include "session/CompressionState.h"
+
 class ProgressBarView;
 
 /**

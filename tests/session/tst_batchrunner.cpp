@@ -1,12 +1,12 @@
 #include <memory>
 
-#include <QPromise>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 #include <QTimer>
 
+#include "ControlledEngine.h"
 #include "IsolatedConfig.h"
 #include "StateRecorder.h"
 #include "engine/AppGroupDefaults.h"
@@ -29,34 +29,14 @@ private:
     QStringList& m_log;
 };
 
-/// An engine whose batches finish when the test says so.
-struct ControlledEngine
+/// A runner over a controlled engine, recording what it asks of the display.
+struct Rig
 {
-    struct Call
-    {
-        QStringList paths;
-        CompressionSettings settings;
-        ImageCompressor::ProgressCallback progress;
-        std::shared_ptr<QPromise<SessionResult>> promise;
-    };
-    QList<Call> calls;
-
-    BatchRunner::Engine engine()
-    {
-        return [this](const QStringList& paths, const CompressionSettings& settings,
-                      ImageCompressor::ProgressCallback progress) {
-            auto promise = std::make_shared<QPromise<SessionResult>>();
-            promise->start();
-            calls.append({paths, settings, std::move(progress), promise});
-            return promise->future();
-        };
-    }
-
-    void finish(int call, const SessionResult& result)
-    {
-        calls[call].promise->addResult(result);
-        calls[call].promise->finish();
-    }
+    ControlledEngine engine;
+    QStringList log;
+    RecordingDisplay display{log};
+    CompressionState state;
+    BatchRunner runner{state, display, engine.engine()};
 };
 
 SessionResult undecodable(int count)
@@ -122,11 +102,8 @@ private slots:
 
     void emptyListStillRuns()
     {
-        ControlledEngine engine;
-        QStringList displayLog;
-        RecordingDisplay display(displayLog);
-        CompressionState state;
-        BatchRunner runner(state, display, engine.engine());
+        Rig rig;
+        auto& [engine, displayLog, display, state, runner] = rig;
         runner.handleFiles({});
         QCOMPARE(engine.calls.size(), 1);
         QVERIFY(engine.calls[0].paths.isEmpty());
@@ -144,11 +121,8 @@ private slots:
         Defaults suite = AppGroupDefaults::open();
         suite.set(AppGroupDefaults::Keys::maxFileSizeKB, qint64(777));
         suite.sync();
-        ControlledEngine engine;
-        QStringList displayLog;
-        RecordingDisplay display(displayLog);
-        CompressionState state;
-        BatchRunner runner(state, display, engine.engine());
+        Rig rig;
+        auto& [engine, displayLog, display, state, runner] = rig;
         const QStringList paths{"/p/b.png", "/p/a.png", "/p/b.png", "/p/notes.txt", "/p/folder"};
         runner.handleFiles(paths);
         suite.set(AppGroupDefaults::Keys::maxFileSizeKB, qint64(100)); // too late for this batch
@@ -160,11 +134,8 @@ private slots:
 
     void overlappingBatches()
     {
-        ControlledEngine engine;
-        QStringList displayLog;
-        RecordingDisplay display(displayLog);
-        CompressionState state;
-        BatchRunner runner(state, display, engine.engine());
+        Rig rig;
+        auto& [engine, displayLog, display, state, runner] = rig;
         runner.handleFiles({"/a.jpg", "/b.jpg", "/c.jpg"});
         engine.calls[0].progress(1, 3, QStringLiteral("b.jpg"));
         QTRY_COMPARE(state.current(), 1);
@@ -190,11 +161,8 @@ private slots:
 
     void lateReportOnlyRewritesCounters()
     {
-        ControlledEngine engine;
-        QStringList displayLog;
-        RecordingDisplay display(displayLog);
-        CompressionState state;
-        BatchRunner runner(state, display, engine.engine());
+        Rig rig;
+        auto& [engine, displayLog, display, state, runner] = rig;
         runner.handleFiles({"/a.jpg", "/b.jpg"});
         engine.finish(0, optimized(200000, 50000));
         QTRY_VERIFY(state.isComplete());
@@ -209,11 +177,8 @@ private slots:
     // Reports come from the engine's worker thread and are applied on the main thread.
     void reportsFromAnotherThread()
     {
-        ControlledEngine engine;
-        QStringList displayLog;
-        RecordingDisplay display(displayLog);
-        CompressionState state;
-        BatchRunner runner(state, display, engine.engine());
+        Rig rig;
+        auto& [engine, displayLog, display, state, runner] = rig;
         runner.handleFiles({"/a.jpg", "/b.jpg"});
         QThread* worker = QThread::create([progress = engine.calls[0].progress] {
             progress(0, 2, QStringLiteral("a.jpg"));
@@ -249,11 +214,8 @@ private slots:
     void hideReArmedByTheNextCompletion()
     {
         constexpr int delay = 400;
-        ControlledEngine engine;
-        QStringList log;
-        RecordingDisplay display(log);
-        CompressionState state;
-        BatchRunner runner(state, display, engine.engine());
+        Rig rig;
+        auto& [engine, log, display, state, runner] = rig;
         runner.setDismissDelay(delay);
         runner.beginBatch(1);
         runner.finishBatch(optimized(100000, 10000));
@@ -273,11 +235,8 @@ private slots:
     // A hide that fires during a later batch hides the panel; progress does not bring it back.
     void hideIsNotCancelledByANewBatch()
     {
-        ControlledEngine engine;
-        QStringList log;
-        RecordingDisplay display(log);
-        CompressionState state;
-        BatchRunner runner(state, display, engine.engine());
+        Rig rig;
+        auto& [engine, log, display, state, runner] = rig;
         runner.setDismissDelay(50);
         runner.handleFiles({"/a.jpg"});
         engine.finish(0, optimized(100000, 10000));

@@ -68,20 +68,6 @@ private slots:
         QCOMPARE(recorder.take(), expected);
     }
 
-    void completeKeepsCounters()
-    {
-        CompressionState state;
-        state.start(4);
-        state.update(3, QStringLiteral("d.heic"));
-        state.complete(QStringLiteral("4 images optimized · 1.2 MB saved"));
-        QCOMPARE(state.current(), 3);
-        QCOMPARE(state.total(), 4);
-        QCOMPARE(state.currentFile(), QStringLiteral("d.heic"));
-        QCOMPARE(state.progress(), 0.75);
-        QVERIFY(state.isComplete());
-        QVERIFY(!state.isRunning());
-    }
-
     void lateReportAfterComplete()
     {
         CompressionState state;
@@ -93,17 +79,6 @@ private slots:
         QVERIFY(state.isComplete());
         QVERIFY(!state.isRunning());
         QCOMPARE(state.completionMessage(), QStringLiteral("2 images optimized · 80 KB saved"));
-    }
-
-    void progressIsAnnouncedWithItsInputs()
-    {
-        CompressionState state;
-        int announced = 0;
-        connect(&state, &CompressionState::progressChanged, this, [&] { ++announced; });
-        state.start(4);     // total and current
-        state.update(1, {}); // current
-        QCOMPARE(announced, 3);
-        QCOMPARE(state.property("progress").toDouble(), 0.25);
     }
 };
 

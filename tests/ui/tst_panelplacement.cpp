@@ -1,0 +1,58 @@
+#include <QTest>
+
+#include "ui/PanelPlacement.h"
+
+class TestPanelPlacement : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void topLeft_data()
+    {
+        QTest::addColumn<QRect>("anchor");
+        QTest::addColumn<QRect>("available");
+        QTest::addColumn<QPoint>("expected");
+        const QRect topBar(0, 25, 1440, 875); // a 1440 x 900 screen under a 25-pixel bar
+        QTest::newRow("centred under the icon") << QRect(700, 2, 22, 22) << topBar << QPoint(711 - 140, 32);
+        QTest::newRow("far right is clamped") << QRect(1410, 2, 22, 22) << topBar << QPoint(1440 - 288, 32);
+        QTest::newRow("far left is clamped") << QRect(0, 2, 22, 22) << topBar << QPoint(8, 32);
+        QTest::newRow("offset screen, left") << QRect(1925, 2, 22, 22) << QRect(1920, 25, 1280, 999)
+                                             << QPoint(1928, 32);
+        QTest::newRow("narrow screen: left bound wins") << QRect(100, 0, 22, 22) << QRect(0, 24, 200, 576)
+                                                        << QPoint(8, 30);
+        // A bottom panel: no room below the icon, so the panel sits 8 pixels above it.
+        QTest::newRow("flip above a bottom tray") << QRect(1380, 1050, 24, 30) << QRect(0, 0, 1920, 1044)
+                                                  << QPoint(1392 - 140, 1050 - 8 - 220);
+        QTest::newRow("exactly fits below") << QRect(600, 100, 20, 20) << QRect(0, 0, 1280, 348)
+                                            << QPoint(610 - 140, 128);
+        QTest::newRow("one pixel short flips") << QRect(600, 100, 20, 20) << QRect(0, 0, 1280, 347)
+                                               << QPoint(610 - 140, 100 - 228);
+    }
+    void topLeft()
+    {
+        QFETCH(QRect, anchor);
+        QFETCH(QRect, available);
+        QFETCH(QPoint, expected);
+        QCOMPARE(PanelPlacement::topLeft(anchor, available, QSize(280, 220)), expected);
+    }
+
+    void substituteAnchor_data()
+    {
+        QTest::addColumn<QRect>("screen");
+        QTest::addColumn<QRect>("anchor");
+        QTest::newRow("single screen") << QRect(0, 0, 1440, 900) << QRect(1140, 2, 280, 22);
+        QTest::newRow("second screen") << QRect(1920, 0, 2560, 1440) << QRect(1920 + 2560 - 300, 2, 280, 22);
+    }
+    void substituteAnchor()
+    {
+        QFETCH(QRect, screen);
+        QFETCH(QRect, anchor);
+        QCOMPARE(PanelPlacement::substituteAnchor(screen), anchor);
+        // The panel then hangs just under the top bar, 8 pixels from the anchor's bottom.
+        const QPoint placed = PanelPlacement::topLeft(anchor, screen.adjusted(0, 24, 0, 0), QSize(280, 220));
+        QCOMPARE(placed, QPoint(anchor.x(), screen.y() + 32));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPanelPlacement)
+#include "tst_panelplacement.moc"
