@@ -21,7 +21,8 @@ const QString kExecutableName = QStringLiteral("brevona");
 QString LaunchAtLoginManager::quoteExecArgument(const QString& arg)
 {
     static const QString reserved = QStringLiteral(" \t\n\"'\\><~|&;$*?#()`");
-    const bool needsQuotes = std::any_of(arg.begin(), arg.end(), [](QChar c) { return reserved.contains(c); });
+    const bool needsQuotes =
+        std::any_of(arg.begin(), arg.end(), [](QChar c) { return reserved.contains(c); });
     QString out;
     for (const QChar c : arg) {
         if (c == u'%')

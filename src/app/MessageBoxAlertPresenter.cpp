@@ -17,9 +17,9 @@ int MessageBoxAlertPresenter::runAlert(const Alert& alert)
     QList<QAbstractButton*> buttons;
     for (qsizetype i = 0; i < alert.buttons.size(); ++i) {
         // Roles only decide where the platform puts each button; the answer is its index.
-        const QMessageBox::ButtonRole role = i == 0 ? QMessageBox::AcceptRole
+        const QMessageBox::ButtonRole role = i == 0                          ? QMessageBox::AcceptRole
                                              : i == alert.buttons.size() - 1 ? QMessageBox::RejectRole
-                                                                              : QMessageBox::ActionRole;
+                                                                             : QMessageBox::ActionRole;
         QPushButton* button = box.addButton(alert.buttons.at(i), role);
         if (i == 0)
             box.setDefaultButton(button);

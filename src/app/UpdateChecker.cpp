@@ -103,13 +103,15 @@ void UpdateChecker::fetch(std::function<void(std::optional<QByteArray>)> done)
     const QUrl url(m_versionUrl, QUrl::StrictMode);
     if (!url.isValid() || url.isRelative()) {
         // Answer from the event loop, as a fetch would.
-        QMetaObject::invokeMethod(this, [done = std::move(done)] { done(std::nullopt); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [done = std::move(done)] { done(std::nullopt); }, Qt::QueuedConnection);
         return;
     }
 
     QNetworkRequest request(url);
     request.setTransferTimeout(kTransferTimeoutMs);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::UserVerifiedRedirectPolicy);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
     QNetworkReply* reply = m_network->get(request);
 
     // A redirect away from HTTPS or an oversized body ends the fetch as a failure.
@@ -157,7 +159,8 @@ bool UpdateChecker::isUpdateAvailable(const AppRelease& release, qint64 runningB
 
 AlertPresenter::Alert UpdateChecker::updateAlert(const AppRelease& release)
 {
-    return {QStringLiteral("Brevona ") + release.version + QStringLiteral(" is available"), release.releaseNotes,
+    return {QStringLiteral("Brevona ") + release.version + QStringLiteral(" is available"),
+            release.releaseNotes,
             {QStringLiteral("Download"), QStringLiteral("Skip This Version"), QStringLiteral("Later")}};
 }
 

@@ -4,7 +4,7 @@
 
 ElidedLabel::ElidedLabel(QWidget* parent) : QLabel(parent)
 {
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Preferred);
 }
 
 void ElidedLabel::setFullText(const QString& text)

@@ -40,7 +40,8 @@ int RadioRow::indicatorSize() const
 QSize RadioRow::sizeHint() const
 {
     const QFontMetrics fm = fontMetrics();
-    return {indicatorSize() + kSpacing + fm.horizontalAdvance(text()) + 2, fm.height() + 2 * kVerticalPadding};
+    return {indicatorSize() + kSpacing + fm.horizontalAdvance(text()) + 2,
+            fm.height() + 2 * kVerticalPadding};
 }
 
 void RadioRow::paintEvent(QPaintEvent*)

@@ -88,7 +88,7 @@ QWidget* column(int spacing, std::initializer_list<QWidget*> children)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(spacing);
     for (QWidget* child : children)
-        layout->addWidget(child, 0, Qt::AlignLeft);
+        layout->addWidget(child);
     return box;
 }
 
@@ -143,7 +143,7 @@ QWidget* symbolLabel(const QString& resource, const QString& text, const QWidget
     row->setSpacing(kUnitSpacing);
     auto* icon = new QLabel;
     const int size = style->fontMetrics().height();
-    icon->setPixmap(tintedSymbol(resource, size, style->palette().color(QPalette::Highlight),
+    icon->setPixmap(tintedSymbol(resource, size, style->palette().color(QPalette::WindowText),
                                  style->devicePixelRatioF()));
     row->addWidget(icon);
     row->addWidget(new QLabel(text));
@@ -162,19 +162,21 @@ std::optional<qint64> parseInteger(const QString& text)
 
 SettingsView::SettingsView(UpdateControl* updater, LaunchAtLoginHooks launchAtLogin, BundleInfo bundle,
                            FolderChooser chooseFolder, QWidget* parent)
-    : QWidget(parent), m_updater(updater), m_launchAtLogin(std::move(launchAtLogin)), m_bundle(std::move(bundle)),
-      m_chooseFolder(std::move(chooseFolder))
+    : QWidget(parent), m_updater(updater), m_launchAtLogin(std::move(launchAtLogin)),
+      m_bundle(std::move(bundle)), m_chooseFolder(std::move(chooseFolder))
 {
     auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 12, 16, 16);
     layout->setSpacing(0);
-    const QList<QWidget*> sections{buildOutputFormat(), buildCompression(),      buildResize(),
-                                   buildOutputLocation(), buildNotifications(), buildGeneral(),
+    const QList<QWidget*> sections{buildOutputFormat(),    buildCompression(),   buildResize(),
+                                   buildOutputLocation(),  buildNotifications(), buildGeneral(),
                                    buildSupportedFormats()};
     for (QWidget* s : sections) {
         layout->addWidget(s);
         layout->addWidget(divider());
     }
-    auto* version = caption(QStringLiteral("Brevona v") + m_bundle.shortVersion().value_or(QStringLiteral("1.0.0")));
+    auto* version =
+        caption(QStringLiteral("Brevona v") + m_bundle.shortVersion().value_or(QStringLiteral("1.0.0")));
     version->setObjectName(QStringLiteral("versionLine"));
     layout->addWidget(version);
     layout->addWidget(divider());
@@ -278,22 +280,24 @@ QWidget* SettingsView::buildCompression()
 
     m_limitSize = boundToggle(QStringLiteral("Limit output file size"), Keys::limitOutputFileSize, false);
     add(box, m_limitSize);
-    m_sizeRow = indented(
-        column(4, {numberRow(boundNumberField(Keys::maxFileSizeKB, 500, 70), QStringLiteral("KB")),
-                   caption(QStringLiteral(
-                       "Output will be at or under this size. If needed, the image is also scaled down to fit."))}));
+    m_sizeRow = indented(column(
+        4, {numberRow(boundNumberField(Keys::maxFileSizeKB, 500, 70), QStringLiteral("KB")),
+            caption(QStringLiteral(
+                "Output will be at or under this size. If needed, the image is also scaled down to fit."))}));
     m_sizeRow->setObjectName(QStringLiteral("maxFileSizeRow"));
     add(box, m_sizeRow, {});
 
     m_requireSaving = boundToggle(QStringLiteral("Keep original if not smaller by at least"),
                                   Keys::requireMinSavingPercent, false);
     add(box, m_requireSaving);
-    m_savingRow = indented(column(4, {numberRow(boundNumberField(Keys::minSavingPercent, 20, 50), QStringLiteral("%")),
-                                      caption(QStringLiteral("Useful when source files are already well-compressed."))}));
+    m_savingRow = indented(
+        column(4, {numberRow(boundNumberField(Keys::minSavingPercent, 20, 50), QStringLiteral("%")),
+                   caption(QStringLiteral("Useful when source files are already well-compressed."))}));
     m_savingRow->setObjectName(QStringLiteral("minSavingRow"));
     add(box, m_savingRow, {});
 
-    m_defaultQualityLine = caption(QStringLiteral("Default: ~82% quality — visually identical, significantly smaller."));
+    m_defaultQualityLine =
+        caption(QStringLiteral("Default: ~82% quality — visually identical, significantly smaller."));
     m_defaultQualityLine->setObjectName(QStringLiteral("defaultQualityLine"));
     add(box, m_defaultQualityLine, {});
     return box;
@@ -304,8 +308,9 @@ QWidget* SettingsView::buildResize()
     QWidget* box = section(QStringLiteral("Resize"), 8);
     m_limitEdge = boundToggle(QStringLiteral("Limit longest edge"), Keys::limitLongestEdge, false);
     add(box, m_limitEdge);
-    m_edgeRow = indented(column(4, {numberRow(boundNumberField(Keys::longestEdgePx, 2048, 70), QStringLiteral("px")),
-                                    caption(QStringLiteral("Smaller images are left untouched."))}));
+    m_edgeRow =
+        indented(column(4, {numberRow(boundNumberField(Keys::longestEdgePx, 2048, 70), QStringLiteral("px")),
+                            caption(QStringLiteral("Smaller images are left untouched."))}));
     m_edgeRow->setObjectName(QStringLiteral("longestEdgeRow"));
     add(box, m_edgeRow, {});
     return box;
@@ -321,7 +326,8 @@ QWidget* SettingsView::buildOutputLocation()
     m_sameFolderRow = new RadioRow(QStringLiteral("Same folder as original"),
                                    [select] { select(OutputLocation::SameFolder); });
     m_sameFolderRow->setObjectName(QStringLiteral("location_sameFolder"));
-    m_customFolderRow = new RadioRow(QStringLiteral("Custom folder"), [select] { select(OutputLocation::CustomFolder); });
+    m_customFolderRow =
+        new RadioRow(QStringLiteral("Custom folder"), [select] { select(OutputLocation::CustomFolder); });
     m_customFolderRow->setObjectName(QStringLiteral("location_customFolder"));
     add(box, m_sameFolderRow);
     add(box, m_customFolderRow);
@@ -337,8 +343,9 @@ QWidget* SettingsView::buildOutputLocation()
     change->setObjectName(QStringLiteral("changeFolder"));
     change->setFont(captionFont(change->font()));
     connect(change, &QPushButton::clicked, this, &SettingsView::chooseFolder);
-    folderLayout->addWidget(m_folderPath, 1);
+    folderLayout->addWidget(m_folderPath);
     folderLayout->addWidget(change);
+    folderLayout->addStretch();
 
     m_folderMissing = new QLabel(QStringLiteral("Folder not found – using original location."));
     m_folderMissing->setObjectName(QStringLiteral("folderMissing"));
@@ -378,7 +385,8 @@ QWidget* SettingsView::buildOutputLocation()
 QWidget* SettingsView::buildNotifications()
 {
     QWidget* box = section(QStringLiteral("Notifications"), 8);
-    add(box, boundToggle(QStringLiteral("Show notifications after compression"), Keys::showNotifications, true));
+    add(box,
+        boundToggle(QStringLiteral("Show notifications after compression"), Keys::showNotifications, true));
     return box;
 }
 
@@ -400,11 +408,15 @@ QWidget* SettingsView::buildSupportedFormats()
 {
     QWidget* box = section(QStringLiteral("Supported Input Formats"), 8);
     add(box, new QLabel(QStringLiteral("Brevona can optimize any image your computer can read:")));
-    add(box, column(2, {symbolLabel(QStringLiteral(":/icons/camera.svg"), QStringLiteral("Photos"), this),
-                        caption(QStringLiteral("JPEG · PNG · HEIC · HEIF · WebP · AVIF · TIFF · BMP · GIF · PDF"))}),
+    add(box,
+        column(2,
+               {symbolLabel(QStringLiteral(":/icons/camera.svg"), QStringLiteral("Photos"), this),
+                caption(QStringLiteral("JPEG · PNG · HEIC · HEIF · WebP · AVIF · TIFF · BMP · GIF · PDF"))}),
         {});
-    add(box, column(2, {symbolLabel(QStringLiteral(":/icons/camera.aperture.svg"), QStringLiteral("Camera RAW"), this),
-                        caption(QStringLiteral("RAW · CR2 · ARW · NEF · DNG and more"))}),
+    add(box,
+        column(2, {symbolLabel(QStringLiteral(":/icons/camera.aperture.svg"), QStringLiteral("Camera RAW"),
+                               this),
+                   caption(QStringLiteral("RAW · CR2 · ARW · NEF · DNG and more"))}),
         {});
     add(box, caption(QStringLiteral("Output formats: JPEG · PNG · WebP · AVIF")), {});
     return box;

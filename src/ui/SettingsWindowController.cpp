@@ -49,7 +49,9 @@ void SettingsWindowController::showSettings()
         scroll->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
         auto* layout = new QVBoxLayout(window);
         layout->setContentsMargins(0, 0, 0, 0);
-        layout->addWidget(scroll);
+        // The form is a fixed-width column; a wider window centres it.
+        scroll->setFixedWidth(kWidth);
+        layout->addWidget(scroll, 0, Qt::AlignHCenter);
 
         window->resize(kWidth, kHeight);
         if (const QScreen* screen = QGuiApplication::primaryScreen()) {

@@ -47,7 +47,8 @@ private slots:
         QCOMPARE(OutputFormats::typeIdentifier(OutputFormat::Webp), QStringLiteral("webp"));
         QCOMPARE(OutputFormats::fileExtension(OutputFormat::Jpeg), QStringLiteral("jpg"));
         QCOMPARE(OutputFormats::fileExtension(OutputFormat::Original), QString());
-        QCOMPARE(OutputFormats::title(OutputFormat::Avif), QStringLiteral("Convert to AVIF (best compression)"));
+        QCOMPARE(OutputFormats::title(OutputFormat::Avif),
+                 QStringLiteral("Convert to AVIF (best compression)"));
     }
 
     void freshSuiteGivesRegisteredDefaults()
@@ -77,19 +78,30 @@ private slots:
         QTest::addColumn<QVariant>("stored");
         QTest::addColumn<QString>("field");
         QTest::addColumn<QVariant>("expected");
-        QTest::newRow("unknown mode is lossless") << Keys::compressionMode << QVariant("turbo") << "mode" << QVariant("lossless");
-        QTest::newRow("missing mode is lossless") << QString() << QVariant() << "mode" << QVariant("lossless");
-        QTest::newRow("aggressive mode") << Keys::compressionMode << QVariant("aggressive") << "mode" << QVariant("aggressive");
-        QTest::newRow("unknown format is jpeg") << Keys::outputFormat << QVariant("gif") << "format" << QVariant("jpeg");
-        QTest::newRow("original format") << Keys::outputFormat << QVariant("original") << "format" << QVariant("original");
-        QTest::newRow("edge 0 is 2048") << Keys::longestEdgePx << QVariant(0) << "edge" << QVariant(qint64(2048));
-        QTest::newRow("edge kept") << Keys::longestEdgePx << QVariant(1200) << "edge" << QVariant(qint64(1200));
-        QTest::newRow("size 0 is 500") << Keys::maxFileSizeKB << QVariant(0) << "size" << QVariant(qint64(500));
-        QTest::newRow("saving 0 is 20") << Keys::minSavingPercent << QVariant(0) << "saving" << QVariant(qint64(20));
+        QTest::newRow("unknown mode is lossless")
+            << Keys::compressionMode << QVariant("turbo") << "mode" << QVariant("lossless");
+        QTest::newRow("missing mode is lossless")
+            << QString() << QVariant() << "mode" << QVariant("lossless");
+        QTest::newRow("aggressive mode")
+            << Keys::compressionMode << QVariant("aggressive") << "mode" << QVariant("aggressive");
+        QTest::newRow("unknown format is jpeg")
+            << Keys::outputFormat << QVariant("gif") << "format" << QVariant("jpeg");
+        QTest::newRow("original format")
+            << Keys::outputFormat << QVariant("original") << "format" << QVariant("original");
+        QTest::newRow("edge 0 is 2048")
+            << Keys::longestEdgePx << QVariant(0) << "edge" << QVariant(qint64(2048));
+        QTest::newRow("edge kept") << Keys::longestEdgePx << QVariant(1200) << "edge"
+                                   << QVariant(qint64(1200));
+        QTest::newRow("size 0 is 500")
+            << Keys::maxFileSizeKB << QVariant(0) << "size" << QVariant(qint64(500));
+        QTest::newRow("saving 0 is 20")
+            << Keys::minSavingPercent << QVariant(0) << "saving" << QVariant(qint64(20));
         QTest::newRow("empty suffix kept") << Keys::suffix << QVariant("") << "suffix" << QVariant("");
         QTest::newRow("missing suffix") << QString() << QVariant() << "suffix" << QVariant("-web");
-        QTest::newRow("location custom") << Keys::outputLocation << QVariant("customFolder") << "location" << QVariant("customFolder");
-        QTest::newRow("location misspelt") << Keys::outputLocation << QVariant("CustomFolder") << "location" << QVariant("sameFolder");
+        QTest::newRow("location custom")
+            << Keys::outputLocation << QVariant("customFolder") << "location" << QVariant("customFolder");
+        QTest::newRow("location misspelt")
+            << Keys::outputLocation << QVariant("CustomFolder") << "location" << QVariant("sameFolder");
     }
     void snapshotFallbacks()
     {
@@ -127,7 +139,8 @@ private slots:
         // A folder that no longer exists still resolves; the pipeline decides what that means.
         suite.set(Keys::customFolderBookmark, *FolderBookmark::create(QStringLiteral("/no/such/folder")));
         QVERIFY(suite.sync());
-        QCOMPARE(CompressionSettings::current().customFolderURL, std::optional<QString>(QStringLiteral("/no/such/folder")));
+        QCOMPARE(CompressionSettings::current().customFolderURL,
+                 std::optional<QString>(QStringLiteral("/no/such/folder")));
         suite.set(Keys::customFolderBookmark, QByteArray("not a path"));
         QVERIFY(suite.sync());
         QVERIFY(!CompressionSettings::current().customFolderURL.has_value());
@@ -153,7 +166,8 @@ private slots:
         standard.set(Keys::outputFormat, QStringLiteral("png"));
         QVERIFY(standard.sync());
         AppGroupDefaults::registerDefaults();
-        QCOMPARE(AppGroupDefaults::open().string(Keys::outputFormat), std::optional<QString>(QStringLiteral("webp")));
+        QCOMPARE(AppGroupDefaults::open().string(Keys::outputFormat),
+                 std::optional<QString>(QStringLiteral("webp")));
     }
 
     void markerWrittenEvenWithNothingToCopy()

@@ -10,7 +10,8 @@ CompressionResult ok(qint64 original, qint64 compressed)
 }
 CompressionResult failed(CompressorError e, qint64 original = 0)
 {
-    return {QStringLiteral("/in.png"), std::nullopt, original, e == CompressorError::SavingsBelowThreshold ? original : 0, e};
+    return {QStringLiteral("/in.png"), std::nullopt, original,
+            e == CompressorError::SavingsBelowThreshold ? original : 0, e};
 }
 } // namespace
 
@@ -30,15 +31,18 @@ private slots:
                      failed(E::SavingsBelowThreshold, 9e4)}
             << "Already optimized · no changes needed";
         QTest::newRow("first undecodable")
-            << QList{failed(E::CannotDecode), failed(E::SavingsBelowThreshold, 9e4)} << "Failed · Cannot decode image";
+            << QList{failed(E::CannotDecode), failed(E::SavingsBelowThreshold, 9e4)}
+            << "Failed · Cannot decode image";
         QTest::newRow("first discarded then undecodable")
-            << QList{failed(E::SavingsBelowThreshold, 9e4), failed(E::CannotDecode)} << "Failed · Already optimized";
+            << QList{failed(E::SavingsBelowThreshold, 9e4), failed(E::CannotDecode)}
+            << "Failed · Already optimized";
         QTest::newRow("write failed") << QList{failed(E::FinalizeFailed)} << "Failed · Failed to write image";
-        QTest::newRow("mixed") << QList{ok(60000, 30000), ok(60000, 30000), ok(60000, 30000), failed(E::CannotDecode),
-                                        failed(E::SavingsBelowThreshold, 9e4)}
+        QTest::newRow("mixed") << QList{ok(60000, 30000), ok(60000, 30000), ok(60000, 30000),
+                                        failed(E::CannotDecode), failed(E::SavingsBelowThreshold, 9e4)}
                                << "3/5 optimized · 2 failed";
         QTest::newRow("small only") << QList{ok(40000, 20000)} << "Done · files were already optimized";
-        QTest::newRow("just under 50,000") << QList{ok(49999, 100), ok(1000, 10)} << "Done · files were already optimized";
+        QTest::newRow("just under 50,000")
+            << QList{ok(49999, 100), ok(1000, 10)} << "Done · files were already optimized";
         QTest::newRow("one large") << QList{ok(60000, 20000)} << "1 image optimized · 40 KB saved";
         QTest::newRow("exactly 50,000") << QList{ok(50000, 25000)} << "1 image optimized · 25 KB saved";
         QTest::newRow("plural with growth")
@@ -53,7 +57,9 @@ private slots:
 
     void counts()
     {
-        const SessionResult s{{ok(100, 50), ok(100, 150), failed(CompressorError::SavingsBelowThreshold, 100),
+        const SessionResult s{{ok(100, 50),
+                               ok(100, 150),
+                               failed(CompressorError::SavingsBelowThreshold, 100),
                                {QStringLiteral("/x"), std::nullopt, 5, 0, std::nullopt}}};
         QCOMPARE(s.succeededCount(), 2);
         QCOMPARE(s.failedCount(), 2); // no output and no error still counts as failed

@@ -64,7 +64,8 @@ private slots:
         QTest::newRow("string") << QVariant(QStringLiteral("-web \"quoted\" ünïcode"));
         QTest::newRow("empty string") << QVariant(QString(""));
         QTest::newRow("integer") << QVariant::fromValue<qint64>(2048);
-        QTest::newRow("integer beyond double precision") << QVariant::fromValue<qint64>((qint64(1) << 53) + 1);
+        QTest::newRow("integer beyond double precision")
+            << QVariant::fromValue<qint64>((qint64(1) << 53) + 1);
         QTest::newRow("negative integer") << QVariant::fromValue<qint64>(-7);
         QTest::newRow("integral double") << QVariant(2.0);
         QTest::newRow("fractional double") << QVariant(0.8);
@@ -107,10 +108,10 @@ private slots:
             suite.set(QStringLiteral("data"), QByteArray("xyz"));
             QVERIFY(suite.sync());
         }
-        const QStringList types = child({QStringLiteral("types"), QStringLiteral("s"), QStringLiteral("i"),
-                                         QStringLiteral("d"), QStringLiteral("b"), QStringLiteral("a"),
-                                         QStringLiteral("data")},
-                                        config.path());
+        const QStringList types =
+            child({QStringLiteral("types"), QStringLiteral("s"), QStringLiteral("i"), QStringLiteral("d"),
+                   QStringLiteral("b"), QStringLiteral("a"), QStringLiteral("data")},
+                  config.path());
         QCOMPARE(types, (QStringList{QStringLiteral("s=QString"), QStringLiteral("i=qlonglong"),
                                      QStringLiteral("d=double"), QStringLiteral("b=bool"),
                                      QStringLiteral("a=QVariantList"), QStringLiteral("data=QByteArray")}));
@@ -161,9 +162,11 @@ private slots:
         IsolatedConfig config;
         Defaults before = Defaults::suite();
         QVERIFY(!before.hasStoredValue(QStringLiteral("suffix")));
-        QVERIFY(child({QStringLiteral("write"), QStringLiteral("suffix"), QStringLiteral("_small")}, config.path())
+        QVERIFY(child({QStringLiteral("write"), QStringLiteral("suffix"), QStringLiteral("_small")},
+                      config.path())
                     .isEmpty());
-        QCOMPARE(Defaults::suite().string(QStringLiteral("suffix")), std::optional<QString>(QStringLiteral("_small")));
+        QCOMPARE(Defaults::suite().string(QStringLiteral("suffix")),
+                 std::optional<QString>(QStringLiteral("_small")));
     }
 
     void concurrentUpdatesLoseNothing()
@@ -176,11 +179,11 @@ private slots:
             p->setProcessEnvironment(env);
         }
         a.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("--child"), QStringLiteral("append"), QStringLiteral("list"), QStringLiteral("40"),
-                 QStringLiteral("a")});
+                {QStringLiteral("--child"), QStringLiteral("append"), QStringLiteral("list"),
+                 QStringLiteral("40"), QStringLiteral("a")});
         b.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("--child"), QStringLiteral("append"), QStringLiteral("list"), QStringLiteral("40"),
-                 QStringLiteral("b")});
+                {QStringLiteral("--child"), QStringLiteral("append"), QStringLiteral("list"),
+                 QStringLiteral("40"), QStringLiteral("b")});
         QVERIFY(a.waitForFinished(60000) && b.waitForFinished(60000));
         QCOMPARE(a.exitCode(), 0);
         QCOMPARE(b.exitCode(), 0);
@@ -197,7 +200,8 @@ private slots:
     {
         IsolatedConfig config;
         QVERIFY(QDir().mkpath(Defaults::directory()));
-        QFile corrupt(Defaults::directory() + QStringLiteral("/") + Defaults::kSuiteName + QStringLiteral(".json"));
+        QFile corrupt(Defaults::directory() + QStringLiteral("/") + Defaults::kSuiteName +
+                      QStringLiteral(".json"));
         QVERIFY(corrupt.open(QIODevice::WriteOnly));
         corrupt.write("this is not json");
         corrupt.close();

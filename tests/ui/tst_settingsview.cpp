@@ -1,0 +1,355 @@
+#include <QApplication>
+#include <QCheckBox>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+
+#include "IsolatedConfig.h"
+#include "engine/AppGroupDefaults.h"
+#include "platform/FolderBookmark.h"
+#include "ui/ElidedLabel.h"
+#include "ui/RadioRow.h"
+#include "ui/SettingsWindowController.h"
+
+namespace {
+
+using Keys = AppGroupDefaults::Keys;
+
+class FakeUpdater final : public UpdateControl
+{
+public:
+    bool isChecking() const override { return m_checking; }
+    void checkForUpdates() override { ++requests; }
+    void setChecking(bool checking)
+    {
+        m_checking = checking;
+        emit isCheckingChanged(checking);
+    }
+    int requests = 0;
+
+private:
+    bool m_checking = false;
+};
+
+Defaults suite()
+{
+    return AppGroupDefaults::open();
+}
+
+void storeInSuite(const QString& key, const QVariant& value)
+{
+    Defaults s = suite();
+    s.set(key, value);
+    s.sync();
+}
+
+} // namespace
+
+class TestSettingsView : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<IsolatedConfig> m_config;
+    std::unique_ptr<SettingsWindowController> m_controller;
+    QStringList m_chooserAnswers;
+    FakeUpdater m_updater;
+    QList<bool> m_launchWrites;
+
+    SettingsView* open(const BundleInfo& bundle = BundleInfo(QStringLiteral("2.3.1"), QStringLiteral("7")))
+    {
+        m_controller = std::make_unique<SettingsWindowController>();
+        m_controller->setBundleInfo(bundle);
+        m_controller->setFolderChooser([this](QWidget*) {
+            return m_chooserAnswers.isEmpty() ? QString() : m_chooserAnswers.takeFirst();
+        });
+        m_controller->configure(&m_updater,
+                                {[] { return true; }, [this](bool on) { m_launchWrites.append(on); }});
+        m_controller->showSettings();
+        return m_controller->view();
+    }
+
+    template <typename T> T* find(const QString& name) const
+    {
+        T* w = m_controller->view()->findChild<T*>(name);
+        if (!w)
+            qWarning("no widget %s", qPrintable(name));
+        return w;
+    }
+
+    QCheckBox* toggle(const QString& text) const
+    {
+        for (QCheckBox* box : m_controller->view()->findChildren<QCheckBox*>()) {
+            if (box->text() == text)
+                return box;
+        }
+        qWarning("no toggle %s", qPrintable(text));
+        return nullptr;
+    }
+
+    bool shown(const QString& name) const
+    {
+        QWidget* w = find<QWidget>(name);
+        return w && w->isVisibleTo(m_controller->window());
+    }
+
+private slots:
+    void init()
+    {
+        m_config = std::make_unique<IsolatedConfig>();
+        AppGroupDefaults::registerDefaults();
+        m_chooserAnswers.clear();
+        m_launchWrites.clear();
+        m_updater.setChecking(false);
+    }
+    void cleanup()
+    {
+        m_controller.reset();
+        m_config.reset();
+    }
+
+    // Each step toggles one of the two compression toggles and checks what shows.
+    void compressionRowsFollowTheirToggles_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<bool>("sizeRow");
+        QTest::addColumn<bool>("savingRow");
+        QTest::addColumn<bool>("defaultLine");
+        QTest::newRow("initially") << QStringList{} << false << false << true;
+        QTest::newRow("size on") << QStringList{"size"} << true << false << false;
+        QTest::newRow("size on and off") << QStringList{"size", "size"} << false << false << true;
+        QTest::newRow("saving on") << QStringList{"saving"} << false << true << false;
+        QTest::newRow("both on, size off") << QStringList{"size", "saving", "size"} << false << true << false;
+        QTest::newRow("both on, both off")
+            << QStringList{"size", "saving", "size", "saving"} << false << false << true;
+    }
+    void compressionRowsFollowTheirToggles()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(bool, sizeRow);
+        QFETCH(bool, savingRow);
+        QFETCH(bool, defaultLine);
+        open();
+        QCheckBox* size = toggle(QStringLiteral("Limit output file size"));
+        QCheckBox* saving = toggle(QStringLiteral("Keep original if not smaller by at least"));
+        QVERIFY(size && saving);
+        for (const QString& step : steps)
+            (step == QLatin1String("size") ? size : saving)->click();
+        QCOMPARE(shown(QStringLiteral("maxFileSizeRow")), sizeRow);
+        QCOMPARE(shown(QStringLiteral("minSavingRow")), savingRow);
+        QCOMPARE(shown(QStringLiteral("defaultQualityLine")), defaultLine);
+        QCOMPARE(suite().boolean(Keys::limitOutputFileSize), sizeRow);
+        QCOMPARE(suite().boolean(Keys::requireMinSavingPercent), savingRow);
+        QVERIFY(toggle(QStringLiteral("Show notifications after compression"))->isChecked());
+        QCOMPARE(find<QLabel>(QStringLiteral("defaultQualityLine"))->text(),
+                 QStringLiteral("Default: ~82% quality — visually identical, significantly smaller."));
+    }
+
+    void numberFieldsStoreOnlyIntegers_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<qint64>("stored");
+        QTest::addColumn<QString>("shownAfterEditing");
+        QTest::newRow("integer") << "750" << qint64(750) << "750";
+        QTest::newRow("zero is left to the engine") << "0" << qint64(0) << "0";
+        QTest::newRow("letters") << "abc" << qint64(500) << "500";
+        // Every keystroke that leaves an integer stores it; the rest are not written, and the
+        // field shows the stored number once editing ends.
+        QTest::newRow("trailing letter") << "75k" << qint64(75) << "75";
+        QTest::newRow("fraction") << "7.5" << qint64(7) << "7";
+        QTest::newRow("negative is left to the engine") << "-5" << qint64(-5) << "-5";
+        QTest::newRow("empty") << "" << qint64(500) << "500";
+    }
+    void numberFieldsStoreOnlyIntegers()
+    {
+        QFETCH(QString, typed);
+        QFETCH(qint64, stored);
+        QFETCH(QString, shownAfterEditing);
+        open();
+        toggle(QStringLiteral("Limit output file size"))->click();
+        auto* field = find<QWidget>(QStringLiteral("maxFileSizeRow"))->findChild<QLineEdit*>();
+        QVERIFY(field);
+        QCOMPARE(field->text(), QStringLiteral("500"));
+        field->setFocus();
+        field->selectAll();
+        QTest::keyClick(field, Qt::Key_Backspace);
+        QTest::keyClicks(field, typed);
+        QTest::keyClick(field, Qt::Key_Return);
+        QCOMPARE(suite().integer(Keys::maxFileSizeKB), stored);
+        QCOMPARE(field->text(), shownAfterEditing);
+    }
+
+    void formatRowsStoreRawValues_data()
+    {
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QString>("raw");
+        QTest::newRow("png") << "Convert to PNG"
+                             << "png";
+        QTest::newRow("webp") << "Convert to WebP"
+                              << "webp";
+        QTest::newRow("avif") << "Convert to AVIF (best compression)"
+                              << "avif";
+        QTest::newRow("original") << "Keep original format"
+                                  << "original";
+        QTest::newRow("jpeg") << "Convert to JPEG"
+                              << "jpeg";
+    }
+    void formatRowsStoreRawValues()
+    {
+        QFETCH(QString, label);
+        QFETCH(QString, raw);
+        storeInSuite(Keys::outputFormat, QStringLiteral("webp"));
+        open();
+        const QList<RadioRow*> rows = find<QWidget>(QStringLiteral("format_jpeg"))
+                                          ->parentWidget()
+                                          ->findChildren<RadioRow*>(QString(), Qt::FindDirectChildrenOnly);
+        QCOMPARE(rows.size(), 5);
+        RadioRow* row = nullptr;
+        for (RadioRow* r : rows) {
+            QCOMPARE(r->isSelected(), r->text() == QLatin1String("Convert to WebP"));
+            if (r->text() == label)
+                row = r;
+        }
+        QVERIFY(row);
+        QTest::mouseClick(row, Qt::LeftButton);
+        QCOMPARE(suite().string(Keys::outputFormat), std::optional<QString>(raw));
+        for (RadioRow* r : rows)
+            QCOMPARE(r->isSelected(), r == row);
+    }
+
+    void locationRows_data()
+    {
+        QTest::addColumn<QString>("row");
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<bool>("folderRow");
+        QTest::addColumn<bool>("sameFolderCaption");
+        QTest::newRow("custom folder") << "location_customFolder"
+                                       << "customFolder" << true << false;
+        QTest::newRow("same folder") << "location_sameFolder"
+                                     << "sameFolder" << false << true;
+    }
+    void locationRows()
+    {
+        QFETCH(QString, row);
+        QFETCH(QString, stored);
+        QFETCH(bool, folderRow);
+        QFETCH(bool, sameFolderCaption);
+        storeInSuite(Keys::outputLocation,
+                     stored == QLatin1String("sameFolder") ? "customFolder" : "sameFolder");
+        open();
+        QVERIFY(shown(QStringLiteral("customFolderBlock")) != folderRow);
+        find<RadioRow>(row)->click();
+        QCOMPARE(suite().string(Keys::outputLocation), std::optional<QString>(stored));
+        QCOMPARE(shown(QStringLiteral("customFolderBlock")), folderRow);
+        QCOMPARE(shown(QStringLiteral("sameFolderCaption")), sameFolderCaption);
+        QVERIFY(shown(QStringLiteral("suffixField")));
+        QCOMPARE(find<RadioRow>(QStringLiteral("location_customFolder"))->isSelected(), folderRow);
+        QCOMPARE(find<RadioRow>(QStringLiteral("location_sameFolder"))->isSelected(), !folderRow);
+    }
+
+    void cancelledChooserKeepsTheFolder()
+    {
+        QTemporaryDir first;
+        storeInSuite(Keys::outputLocation, QStringLiteral("customFolder"));
+        SettingsView* view = open();
+        auto* path = find<ElidedLabel>(QStringLiteral("folderPath"));
+        QCOMPARE(path->fullText(), QStringLiteral("Not set"));
+
+        m_chooserAnswers = {first.path()};
+        find<QPushButton>(QStringLiteral("changeFolder"))->click();
+        QCOMPARE(suite().data(Keys::customFolderBookmark), FolderBookmark::create(first.path()));
+        QCOMPARE(path->fullText(), first.path());
+
+        m_chooserAnswers = {QString()}; // cancelled
+        find<QPushButton>(QStringLiteral("changeFolder"))->click();
+        QCOMPARE(suite().data(Keys::customFolderBookmark), FolderBookmark::create(first.path()));
+        QCOMPARE(view->customFolderPath(), std::optional<QString>(first.path()));
+        // Choosing a folder does not pick the custom location by itself.
+        QCOMPARE(suite().string(Keys::outputLocation),
+                 std::optional<QString>(QStringLiteral("customFolder")));
+    }
+
+    void missingFolderIsCheckedOnEveryShow()
+    {
+        QTemporaryDir base;
+        const QString folder = base.path() + QStringLiteral("/exports");
+        storeInSuite(Keys::outputLocation, QStringLiteral("customFolder"));
+        storeInSuite(Keys::customFolderBookmark, *FolderBookmark::create(folder));
+        open();
+        QVERIFY(shown(QStringLiteral("folderMissing")));
+        QCOMPARE(find<QLabel>(QStringLiteral("folderMissing"))->text(),
+                 QStringLiteral("Folder not found – using original location."));
+        QCOMPARE(find<ElidedLabel>(QStringLiteral("folderPath"))->fullText(), folder);
+
+        QVERIFY(QDir().mkpath(folder));
+        m_controller->window()->close();
+        m_controller->showSettings();
+        QVERIFY(!shown(QStringLiteral("folderMissing")));
+    }
+
+    void showingTwiceReusesTheWindow()
+    {
+        SettingsView* view = open();
+        QWidget* window = m_controller->window();
+        QCOMPARE(window->windowTitle(), QStringLiteral("Brevona Settings"));
+        QCOMPARE(window->size(), QSize(420, 560));
+        window->move(window->pos() + QPoint(30, 20));
+        const QPoint moved = window->pos();
+        window->close();
+        QVERIFY(!window->isVisible());
+        m_controller->showSettings();
+        QCOMPARE(m_controller->window(), window);
+        QCOMPARE(m_controller->view(), view);
+        QVERIFY(window->isVisible());
+        QCOMPARE(window->pos(), moved);
+        int settingsWindows = 0;
+        for (QWidget* w : QApplication::topLevelWidgets())
+            settingsWindows += w->objectName() == QLatin1String("settingsWindow");
+        QCOMPARE(settingsWindows, 1);
+    }
+
+    void versionLine_data()
+    {
+        QTest::addColumn<std::optional<QString>>("shortVersion");
+        QTest::addColumn<QString>("line");
+        QTest::newRow("compiled in") << std::optional<QString>(QStringLiteral("2.3.1")) << "Brevona v2.3.1";
+        QTest::newRow("absent") << std::optional<QString>() << "Brevona v1.0.0";
+    }
+    void versionLine()
+    {
+        QFETCH(std::optional<QString>, shortVersion);
+        QFETCH(QString, line);
+        open(BundleInfo(shortVersion, QStringLiteral("7")));
+        QCOMPARE(find<QLabel>(QStringLiteral("versionLine"))->text(), line);
+    }
+
+    void updateButtonFollowsTheChecker()
+    {
+        open();
+        auto* button = find<QPushButton>(QStringLiteral("checkForUpdates"));
+        QCOMPARE(button->text(), QStringLiteral("Check for Updates"));
+        QVERIFY(!shown(QStringLiteral("checkingIndicator")));
+        button->click();
+        QCOMPARE(m_updater.requests, 1);
+        m_updater.setChecking(true);
+        QCOMPARE(button->text(), QStringLiteral("Checking…"));
+        QVERIFY(shown(QStringLiteral("checkingIndicator")));
+        m_updater.setChecking(false);
+        QCOMPARE(button->text(), QStringLiteral("Check for Updates"));
+        QVERIFY(!shown(QStringLiteral("checkingIndicator")));
+    }
+
+    void launchAtLoginHandsChangesOn()
+    {
+        open();
+        auto* box = find<QCheckBox>(QStringLiteral("launchAtLogin"));
+        QVERIFY(box->isChecked()); // read from the hook when the view was built
+        box->click();
+        box->click();
+        QCOMPARE(m_launchWrites, (QList<bool>{false, true}));
+    }
+};
+
+QTEST_MAIN(TestSettingsView)
+#include "tst_settingsview.moc"
