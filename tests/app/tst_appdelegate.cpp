@@ -1,11 +1,13 @@
+#include <thread>
+
 #include <QApplication>
 #include <QFile>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QtConcurrent/QtConcurrentRun>
 
+#include "ControlledEngine.h"
 #include "IsolatedConfig.h"
 #include "RecordedNotifications.h"
 #include "app/AppDelegate.h"
@@ -18,32 +20,20 @@
 
 namespace {
 
-// Stands in for the compressor where a test is about the delegate's order of calls: reports
-// progress from a worker thread as the real one does, and fails every file.
-struct RecordingEngine
+// A batch in which every file failed to decode.
+SessionResult failedBatch(const QStringList& paths)
 {
-    QList<QStringList> batches;
-
-    BatchRunner::Engine engine()
-    {
-        return [this](const QStringList& paths, const CompressionSettings&, ImageCompressor::ProgressCallback progress) {
-            batches.append(paths);
-            return QtConcurrent::run([paths, progress] {
-                SessionResult session;
-                const int total = int(paths.size());
-                for (int i = 0; i < total; ++i) {
-                    progress(i, total, paths[i].section(u'/', -1));
-                    CompressionResult result;
-                    result.sourceURL = paths[i];
-                    result.error = CompressorError::CannotDecode;
-                    session.results.append(result);
-                }
-                progress(total, total, QString());
-                return session;
-            });
-        };
+    SessionResult session;
+    for (const QString& path : paths) {
+        CompressionResult result;
+        result.sourceURL = path;
+        result.error = CompressorError::CannotDecode;
+        session.results.append(result);
     }
-};
+    return session;
+}
+
+const QString kFailedSummary = QStringLiteral("Failed · Cannot decode image");
 
 // What the start-up sequence has done at one moment.
 struct StartupSnapshot
@@ -98,7 +88,7 @@ class TestAppDelegate : public QObject
     std::unique_ptr<FileCoordinator> m_coordinator;
     std::unique_ptr<NotificationCenter> m_notifications;
     std::unique_ptr<OnboardingWindowController> m_onboarding;
-    RecordingEngine m_engine;
+    ControlledEngine m_engine;
     bool m_updatesStarted = false;
 
     AppDelegate::Services services(bool realEngine = false)
@@ -141,7 +131,7 @@ private slots:
         m_coordinator = std::make_unique<FileCoordinator>();
         m_notifications = std::make_unique<NotificationCenter>();
         m_onboarding = std::make_unique<OnboardingWindowController>();
-        m_engine = {};
+        m_engine.calls.clear();
         m_updatesStarted = false;
     }
 
@@ -226,40 +216,48 @@ private slots:
         delegate.applicationDidFinishLaunching();
         QSignalSpy finished(&delegate, &AppDelegate::handOffBatchFinished);
         CompressionState& state = delegate.menuBarManager()->compressionState();
-        QSignalSpy started(&state, &CompressionState::totalChanged);
 
         setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")});
         m_coordinator->poll();
         setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/x/c.png")});
         m_coordinator->poll();
-        QVERIFY(m_engine.batches.isEmpty()); // each list runs from the event loop, not inside the poll
+        QVERIFY(m_engine.calls.isEmpty()); // each list runs from the event loop, not inside the poll
 
-        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 2, 20000);
-        QCOMPARE(m_engine.batches, (QList<QStringList>{{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")},
-                                                       {QStringLiteral("/x/c.png")}}));
-        QCOMPARE(finished.at(0).at(0).toString(), QStringLiteral("Failed · Cannot decode image"));
+        // The second batch starts while the first is still running.
+        QTRY_COMPARE_WITH_TIMEOUT(m_engine.calls.size(), 2, 10000);
+        QCOMPARE(m_engine.calls[0].paths, (QStringList{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")}));
+        QCOMPARE(m_engine.calls[1].paths, QStringList{QStringLiteral("/x/c.png")});
+        QCOMPARE(state.total(), 1);
+        QVERIFY(state.isRunning());
+
+        m_engine.finish(0, failedBatch(m_engine.calls[0].paths));
+        m_engine.finish(1, failedBatch(m_engine.calls[1].paths));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 2, 10000);
+        QCOMPARE(finished.at(0).at(0).toString(), kFailedSummary);
         QVERIFY(state.isComplete());
-        QCOMPARE(state.completionMessage(), QStringLiteral("Failed · Cannot decode image"));
-        QCOMPARE(delegate.menuBarManager()->lastSessionSummary(), QStringLiteral("Failed · Cannot decode image"));
-        QVERIFY(started.size() >= 1);
+        QCOMPARE(state.completionMessage(), kFailedSummary);
+        QCOMPARE(delegate.menuBarManager()->lastSessionSummary(), kFailedSummary);
     }
 
-    void progressReachesTheState()
+    void progressFromTheWorkerReachesTheState()
     {
         AppDelegate delegate(services());
         delegate.applicationDidFinishLaunching();
         CompressionState& state = delegate.menuBarManager()->compressionState();
-        QStringList files;
-        connect(&state, &CompressionState::currentFileChanged, this, [&] { files << state.currentFile(); });
-        QSignalSpy finished(&delegate, &AppDelegate::handOffBatchFinished);
-        delegate.runHandOffBatch({QStringLiteral("/p/one.png"), QStringLiteral("/p/two.png")});
+        const QStringList paths{QStringLiteral("/p/one.png"), QStringLiteral("/p/two.png")};
+        delegate.runHandOffBatch(paths);
         QCOMPARE(state.total(), 2);
         QVERIFY(state.isRunning());
-        QVERIFY(finished.wait(20000));
-        QCoreApplication::processEvents(); // reports queued after the result
-        QVERIFY(files.contains(QStringLiteral("one.png")));
-        QVERIFY(files.contains(QStringLiteral("two.png")));
-        QVERIFY(files.indexOf(QStringLiteral("one.png")) < files.indexOf(QStringLiteral("two.png")));
+        QCOMPARE(m_engine.calls.size(), 1);
+
+        std::thread worker([progress = m_engine.calls[0].progress] {
+            progress(0, 2, QStringLiteral("one.png"));
+            progress(1, 2, QStringLiteral("two.png"));
+        });
+        worker.join();
+        QCOMPARE(state.currentFile(), QString()); // nothing applied on the worker
+        QTRY_COMPARE_WITH_TIMEOUT(state.currentFile(), QStringLiteral("two.png"), 10000);
+        QCOMPARE(state.current(), 1);
     }
 
     void settingsChoiceOpensTheSettingsWindow()
@@ -282,7 +280,7 @@ private slots:
         setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/late.png")});
         m_coordinator->poll();
         QCoreApplication::processEvents();
-        QVERIFY(m_engine.batches.isEmpty());
+        QVERIFY(m_engine.calls.isEmpty());
         QVERIFY(!Defaults::suite().hasStoredValue(AppGroupDefaults::Keys::pendingFiles));
     }
 
@@ -312,6 +310,9 @@ private slots:
             setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/n/%1.png").arg(i)});
             m_coordinator->poll();
         }
+        QTRY_COMPARE_WITH_TIMEOUT(m_engine.calls.size(), batches, 10000);
+        for (int i = 0; i < batches; ++i)
+            m_engine.finish(i, failedBatch(m_engine.calls[i].paths));
         QTRY_COMPARE_WITH_TIMEOUT(finished.size(), batches, 20000);
 
         // Anything the delegate posted reaches the service before a marker posted afterwards.
@@ -323,7 +324,7 @@ private slots:
         QCOMPARE(calls.size(), showNotifications ? batches : 0);
         for (const QJsonObject& call : calls) {
             QCOMPARE(call.value(QStringLiteral("summary")).toString(), QStringLiteral("\u26A1 Brevona"));
-            QCOMPARE(call.value(QStringLiteral("body")).toString(), QStringLiteral("Failed · Cannot decode image"));
+            QCOMPARE(call.value(QStringLiteral("body")).toString(), kFailedSummary);
             QCOMPARE(call.value(QStringLiteral("appName")).toString(), QStringLiteral("Brevona"));
         }
     }
