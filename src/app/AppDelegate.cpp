@@ -20,7 +20,8 @@
 
 AppDelegate::AppDelegate(QObject* parent) : AppDelegate(Services{}, parent) {}
 
-AppDelegate::AppDelegate(Services services, QObject* parent) : QObject(parent), m_services(std::move(services))
+AppDelegate::AppDelegate(Services services, QObject* parent)
+    : QObject(parent), m_services(std::move(services))
 {
     if (!m_services.engine) {
         m_services.engine = [](const QStringList& paths, const CompressionSettings& settings,

@@ -59,7 +59,8 @@ bool SingleInstance::claim()
     const QString socketName = m_key + QStringLiteral(".socket");
     QLocalServer::removeServer(socketName); // left by a crashed instance; the lock is ours now
     if (!server->listen(socketName))
-        qWarning("Brevona: cannot listen on %s: %s", qPrintable(socketName), qPrintable(server->errorString()));
+        qWarning("Brevona: cannot listen on %s: %s", qPrintable(socketName),
+                 qPrintable(server->errorString()));
     connect(server.get(), &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket* socket = m_server->nextPendingConnection()) {
             connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);

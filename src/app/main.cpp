@@ -18,7 +18,8 @@ int main(int argc, char* argv[])
         return 0; // the running instance brings its panel forward
 
     AppDelegate delegate;
-    QObject::connect(&instance, &SingleInstance::activationRequested, &delegate, &AppDelegate::bringPanelForward);
+    QObject::connect(&instance, &SingleInstance::activationRequested, &delegate,
+                     &AppDelegate::bringPanelForward);
     delegate.applicationDidFinishLaunching();
     return app.exec();
 }

@@ -18,7 +18,8 @@ QLabel* boltLabel(QWidget* parent)
     label->setObjectName(QStringLiteral("bolt"));
     // The symbol at a 44 px font size: its artwork is as tall as the font's cap height and a bit.
     const QSizeF natural = PaintKit::symbolSize(QStringLiteral("bolt.fill"));
-    const QSizeF size = natural.isEmpty() ? QSizeF(38, 44) : natural.scaled(QSizeF(44, 44), Qt::KeepAspectRatio);
+    const QSizeF size =
+        natural.isEmpty() ? QSizeF(38, 44) : natural.scaled(QSizeF(44, 44), Qt::KeepAspectRatio);
     const qreal ratio = parent->devicePixelRatioF();
     QImage image = PaintKit::tintedSymbol(QStringLiteral("bolt.fill"), size, OnboardingView::kYellow, ratio);
     image.setDevicePixelRatio(ratio);
@@ -45,9 +46,12 @@ OnboardingView::OnboardingView(QWidget* parent) : QWidget(parent)
 
     auto* steps = new QVBoxLayout;
     steps->setSpacing(10);
-    steps->addWidget(new OnboardingStep(QStringLiteral("1"), tr("Click the ⚡ icon in the menu bar to open the panel"), this));
-    steps->addWidget(new OnboardingStep(QStringLiteral("2"), tr("Choose output format and quality in Settings"), this));
-    steps->addWidget(new OnboardingStep(QStringLiteral("3"), tr("Drag & drop images onto the panel or the ⚡ icon"), this));
+    steps->addWidget(new OnboardingStep(QStringLiteral("1"),
+                                        tr("Click the ⚡ icon in the menu bar to open the panel"), this));
+    steps->addWidget(
+        new OnboardingStep(QStringLiteral("2"), tr("Choose output format and quality in Settings"), this));
+    steps->addWidget(
+        new OnboardingStep(QStringLiteral("3"), tr("Drag & drop images onto the panel or the ⚡ icon"), this));
     stack->addLayout(steps);
     stack->addStretch(1);
 

@@ -23,8 +23,8 @@ OnboardingWindowController& OnboardingWindowController::shared()
 void OnboardingWindowController::show()
 {
     if (!m_window) {
-        auto* window = new QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint
-                                                | Qt::WindowCloseButtonHint);
+        auto* window = new QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                                                Qt::WindowCloseButtonHint);
         window->setObjectName(QStringLiteral("onboardingWindow"));
         window->setWindowTitle(tr("Welcome to Brevona"));
         auto* layout = new QVBoxLayout(window);
@@ -34,7 +34,8 @@ void OnboardingWindowController::show()
         layout->addWidget(view);
         window->setFixedSize(kContentSize);
         if (const QScreen* screen = QGuiApplication::primaryScreen())
-            window->setGeometry(QStyle::alignedRect(Qt::LeftToRight, Qt::AlignCenter, kContentSize, screen->availableGeometry()));
+            window->setGeometry(QStyle::alignedRect(Qt::LeftToRight, Qt::AlignCenter, kContentSize,
+                                                    screen->availableGeometry()));
         m_window = window;
     }
     m_window->show();

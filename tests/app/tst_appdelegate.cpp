@@ -51,9 +51,14 @@ struct StartupSnapshot
 char* toString(const StartupSnapshot& s)
 {
     return qstrdup(QStringLiteral("defaults %1 manager %2 flag %3 onboarding %4 poll %5 updates %6")
-                       .arg(s.defaultsRegistered).arg(s.managerExists).arg(s.onboardingFlagStored)
-                       .arg(s.onboardingVisible).arg(s.handOffPolling).arg(s.updatesStarted)
-                       .toUtf8().constData());
+                       .arg(s.defaultsRegistered)
+                       .arg(s.managerExists)
+                       .arg(s.onboardingFlagStored)
+                       .arg(s.onboardingVisible)
+                       .arg(s.handOffPolling)
+                       .arg(s.updatesStarted)
+                       .toUtf8()
+                       .constData());
 }
 
 // Calls `onShow` when the welcome window is shown.
@@ -65,7 +70,8 @@ public:
 protected:
     bool eventFilter(QObject* object, QEvent* event) override
     {
-        if (event->type() == QEvent::Show && object->objectName() == QLatin1String("onboardingWindow") && onShow)
+        if (event->type() == QEvent::Show && object->objectName() == QLatin1String("onboardingWindow") &&
+            onShow)
             onShow();
         return false;
     }
@@ -121,7 +127,8 @@ class TestAppDelegate : public QObject
     {
         QProcess sender;
         sender.start(cli(), QStringList{QStringLiteral("send")} + paths);
-        return sender.waitForFinished(30000) && sender.exitStatus() == QProcess::NormalExit && sender.exitCode() == 0;
+        return sender.waitForFinished(30000) && sender.exitStatus() == QProcess::NormalExit &&
+               sender.exitCode() == 0;
     }
 
 private slots:
@@ -217,7 +224,8 @@ private slots:
         QSignalSpy finished(&delegate, &AppDelegate::handOffBatchFinished);
         CompressionState& state = delegate.menuBarManager()->compressionState();
 
-        setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")});
+        setSuite(AppGroupDefaults::Keys::pendingFiles,
+                 QStringList{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")});
         m_coordinator->poll();
         setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/x/c.png")});
         m_coordinator->poll();
@@ -225,7 +233,8 @@ private slots:
 
         // The second batch starts while the first is still running.
         QTRY_COMPARE_WITH_TIMEOUT(m_engine.calls.size(), 2, 10000);
-        QCOMPARE(m_engine.calls[0].paths, (QStringList{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")}));
+        QCOMPARE(m_engine.calls[0].paths,
+                 (QStringList{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")}));
         QCOMPARE(m_engine.calls[1].paths, QStringList{QStringLiteral("/x/c.png")});
         QCOMPARE(state.total(), 1);
         QVERIFY(state.isRunning());
@@ -317,8 +326,8 @@ private slots:
 
         // Anything the delegate posted reaches the service before a marker posted afterwards.
         m_notifications->post(QStringLiteral("marker"), QString());
-        QTRY_VERIFY_WITH_TIMEOUT(!recorded.calls().isEmpty()
-                                     && recorded.calls().last().value(QStringLiteral("summary")) == QLatin1String("marker"),
+        QTRY_VERIFY_WITH_TIMEOUT(!recorded.calls().isEmpty() && recorded.calls().last().value(QStringLiteral(
+                                                                    "summary")) == QLatin1String("marker"),
                                  20000);
         const QList<QJsonObject> calls = recorded.calls().mid(0, recorded.calls().size() - 1);
         QCOMPARE(calls.size(), showNotifications ? batches : 0);
@@ -338,8 +347,10 @@ private slots:
         RecordedNotifications recorded(QStringLiteral(NOTIFICATION_RECORDER));
         QVERIFY(recorded.isReady());
         QTemporaryDir work;
-        const QStringList sources{work.filePath(QStringLiteral("mon profil ü.jpg")), work.filePath(QStringLiteral("radial.png"))};
-        QVERIFY(QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/exiv2-bug884b-monitor-profile.jpg"), sources[0]));
+        const QStringList sources{work.filePath(QStringLiteral("mon profil ü.jpg")),
+                                  work.filePath(QStringLiteral("radial.png"))};
+        QVERIFY(
+            QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/exiv2-bug884b-monitor-profile.jpg"), sources[0]));
         QVERIFY(QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/pil-radial_gradients.png"), sources[1]));
 
         AppDelegate delegate(services(true));

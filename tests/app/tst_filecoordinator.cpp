@@ -163,7 +163,8 @@ private slots:
         if (cli.isEmpty() || !QFileInfo::exists(cli))
             QSKIP("BREVONA_CLI does not name the built brevona-cli");
         const auto coordinator = recordingCoordinator();
-        const QStringList paths{QStringLiteral("/srv/photos/first shot.jpg"), QStringLiteral("/srv/photos/zweite-ä.png")};
+        const QStringList paths{QStringLiteral("/srv/photos/first shot.jpg"),
+                                QStringLiteral("/srv/photos/zweite-ä.png")};
         QProcess sender;
         sender.start(cli, QStringList{QStringLiteral("send")} + paths);
         QVERIFY(sender.waitForFinished(30000));

@@ -19,7 +19,8 @@ static int runChild(const QStringList& args)
         return 0;
     }
     out << "primary" << Qt::endl;
-    QObject::connect(&instance, &SingleInstance::activationRequested, [&out] { out << "activated" << Qt::endl; });
+    QObject::connect(&instance, &SingleInstance::activationRequested,
+                     [&out] { out << "activated" << Qt::endl; });
     return QCoreApplication::exec();
 }
 
@@ -34,7 +35,8 @@ class TestSingleInstance : public QObject
     std::unique_ptr<QProcess> startChild(const QString& key)
     {
         auto child = std::make_unique<QProcess>();
-        child->start(QCoreApplication::applicationFilePath(), {QStringLiteral("--child"), QStringLiteral("hold"), key});
+        child->start(QCoreApplication::applicationFilePath(),
+                     {QStringLiteral("--child"), QStringLiteral("hold"), key});
         return child;
     }
 

@@ -48,26 +48,31 @@ private slots:
         QTest::addColumn<QStringList>("files");
         QTest::addColumn<QStringList>("expected"); // relative entries are taken from the working folder
 
-        QTest::newRow("nothing queued") << QVariant() << QStringList{QStringLiteral("/a/b.png"), QStringLiteral("/a/c.jpg")}
-                                        << QStringList{QStringLiteral("/a/b.png"), QStringLiteral("/a/c.jpg")};
-        QTest::newRow("relative names") << QVariant() << QStringList{QStringLiteral("x.png"), QStringLiteral("sub/y z.jpg")}
-                                        << QStringList{QStringLiteral("x.png"), QStringLiteral("sub/y z.jpg")};
+        QTest::newRow("nothing queued")
+            << QVariant() << QStringList{QStringLiteral("/a/b.png"), QStringLiteral("/a/c.jpg")}
+            << QStringList{QStringLiteral("/a/b.png"), QStringLiteral("/a/c.jpg")};
+        QTest::newRow("relative names")
+            << QVariant() << QStringList{QStringLiteral("x.png"), QStringLiteral("sub/y z.jpg")}
+            << QStringList{QStringLiteral("x.png"), QStringLiteral("sub/y z.jpg")};
         QTest::newRow("dot segments folded") << QVariant() << QStringList{QStringLiteral("./a/../x.png")}
                                              << QStringList{QStringLiteral("x.png")};
-        QTest::newRow("dash name after the separator") << QVariant() << QStringList{QStringLiteral("--"), QStringLiteral("-x.png")}
-                                                       << QStringList{QStringLiteral("-x.png")};
+        QTest::newRow("dash name after the separator")
+            << QVariant() << QStringList{QStringLiteral("--"), QStringLiteral("-x.png")}
+            << QStringList{QStringLiteral("-x.png")};
         QTest::newRow("non-ASCII") << QVariant() << QStringList{QStringLiteral("/m/Ärger ⚡ 写真.png")}
                                    << QStringList{QStringLiteral("/m/Ärger ⚡ 写真.png")};
         QTest::newRow("appends to a waiting list")
             << QVariant(QVariantList{QStringLiteral("/old.png")}) << QStringList{QStringLiteral("/new.png")}
             << QStringList{QStringLiteral("/old.png"), QStringLiteral("/new.png")};
-        QTest::newRow("appends to an empty list") << QVariant(QVariantList{}) << QStringList{QStringLiteral("/n.png")}
-                                                  << QStringList{QStringLiteral("/n.png")};
-        QTest::newRow("replaces a single string") << QVariant(QStringLiteral("/stray.png"))
-                                                  << QStringList{QStringLiteral("/n.png")}
-                                                  << QStringList{QStringLiteral("/n.png")};
+        QTest::newRow("appends to an empty list")
+            << QVariant(QVariantList{}) << QStringList{QStringLiteral("/n.png")}
+            << QStringList{QStringLiteral("/n.png")};
+        QTest::newRow("replaces a single string")
+            << QVariant(QStringLiteral("/stray.png")) << QStringList{QStringLiteral("/n.png")}
+            << QStringList{QStringLiteral("/n.png")};
         QTest::newRow("drops non-strings from a damaged list")
-            << QVariant(QVariantList{QStringLiteral("/keep.png"), qint64(4)}) << QStringList{QStringLiteral("/n.png")}
+            << QVariant(QVariantList{QStringLiteral("/keep.png"), qint64(4)})
+            << QStringList{QStringLiteral("/n.png")}
             << QStringList{QStringLiteral("/keep.png"), QStringLiteral("/n.png")};
     }
 
@@ -87,7 +92,8 @@ private slots:
         QStringList absolute;
         for (const QString& path : expected)
             absolute.append(QDir::isAbsolutePath(path) ? path : work.path() + u'/' + path);
-        QCOMPARE(Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles), std::optional(absolute));
+        QCOMPARE(Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles),
+                 std::optional(absolute));
     }
 
     void usageErrorWritesNothing_data()
@@ -111,7 +117,8 @@ private slots:
         QList<QProcess*> running;
         QStringList expected;
         for (int i = 0; i < senders; ++i) {
-            const QStringList files{QStringLiteral("/p/%1-a.png").arg(i), QStringLiteral("/p/%1-b.png").arg(i)};
+            const QStringList files{QStringLiteral("/p/%1-a.png").arg(i),
+                                    QStringLiteral("/p/%1-b.png").arg(i)};
             expected += files;
             running.append(startSend(files));
         }
@@ -119,7 +126,8 @@ private slots:
             QVERIFY(sender->waitForFinished(60000));
             QCOMPARE(sender->exitCode(), 0);
         }
-        const QStringList queued = Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles).value_or(QStringList{});
+        const QStringList queued =
+            Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles).value_or(QStringList{});
         QCOMPARE(queued.size(), expected.size());
         // Each sender's own files stay together and in order.
         for (int i = 0; i < senders; ++i) {

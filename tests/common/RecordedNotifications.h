@@ -12,7 +12,8 @@
 class RecordedNotifications final
 {
 public:
-    explicit RecordedNotifications(const QString& recorderPath) : m_log(m_dir.filePath(QStringLiteral("notify.jsonl")))
+    explicit RecordedNotifications(const QString& recorderPath)
+        : m_log(m_dir.filePath(QStringLiteral("notify.jsonl")))
     {
         m_process.start(recorderPath, {m_log});
         m_ready = m_process.waitForReadyRead(30000) && m_process.readLine().trimmed() == "ready";

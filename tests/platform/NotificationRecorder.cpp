@@ -58,8 +58,8 @@ int main(int argc, char* argv[])
     NotificationRecorder recorder(QString::fromLocal8Bit(argv[1]));
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &recorder,
-                            QDBusConnection::ExportAllSlots)
-        || !bus.registerService(QStringLiteral("org.freedesktop.Notifications")))
+                            QDBusConnection::ExportAllSlots) ||
+        !bus.registerService(QStringLiteral("org.freedesktop.Notifications")))
         return 1;
     QTextStream(stdout) << "ready" << Qt::endl;
     return app.exec();

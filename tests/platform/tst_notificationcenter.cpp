@@ -19,8 +19,10 @@ private slots:
     {
         QTest::addColumn<QString>("title");
         QTest::addColumn<QString>("body");
-        QTest::newRow("summary") << QStringLiteral("⚡ Brevona") << QStringLiteral("4 images optimized · 1.2 MB saved");
-        QTest::newRow("failure text") << QStringLiteral("⚡ Brevona") << QStringLiteral("Failed · Cannot decode image");
+        QTest::newRow("summary") << QStringLiteral("⚡ Brevona")
+                                 << QStringLiteral("4 images optimized · 1.2 MB saved");
+        QTest::newRow("failure text")
+            << QStringLiteral("⚡ Brevona") << QStringLiteral("Failed · Cannot decode image");
         QTest::newRow("markup-like text is sent as is") << QStringLiteral("a <b>") << QStringLiteral("x & y");
     }
 
@@ -50,7 +52,8 @@ private slots:
         center.setFallback([&](const QString& title, const QString& body) { shown << title << body; });
         center.post(QStringLiteral("⚡ Brevona"), QStringLiteral("1 image optimized · 10 KB saved"));
         QTRY_COMPARE_WITH_TIMEOUT(shown.size(), 2, 20000);
-        QCOMPARE(shown, (QStringList{QStringLiteral("⚡ Brevona"), QStringLiteral("1 image optimized · 10 KB saved")}));
+        QCOMPARE(shown, (QStringList{QStringLiteral("⚡ Brevona"),
+                                     QStringLiteral("1 image optimized · 10 KB saved")}));
     }
 
     void authorisationIsGranted()

@@ -44,9 +44,12 @@ private slots:
         QTest::addColumn<int>("index");
         QTest::addColumn<QString>("number");
         QTest::addColumn<QString>("text");
-        QTest::newRow("icon") << 0 << "1" << QStringLiteral("Click the \u26A1 icon in the menu bar to open the panel");
-        QTest::newRow("settings") << 1 << "2" << QStringLiteral("Choose output format and quality in Settings");
-        QTest::newRow("drop") << 2 << "3" << QStringLiteral("Drag & drop images onto the panel or the \u26A1 icon");
+        QTest::newRow("icon") << 0 << "1"
+                              << QStringLiteral("Click the \u26A1 icon in the menu bar to open the panel");
+        QTest::newRow("settings") << 1 << "2"
+                                  << QStringLiteral("Choose output format and quality in Settings");
+        QTest::newRow("drop") << 2 << "3"
+                              << QStringLiteral("Drag & drop images onto the panel or the \u26A1 icon");
     }
 
     void stepsReadInOrder()
@@ -81,7 +84,8 @@ private slots:
             }
         }
         QVERIFY(yellow);
-        QCOMPARE(view.findChild<QLabel*>(QStringLiteral("title"))->text(), QStringLiteral("Welcome to Brevona"));
+        QCOMPARE(view.findChild<QLabel*>(QStringLiteral("title"))->text(),
+                 QStringLiteral("Welcome to Brevona"));
         QCOMPARE(view.getStartedButton()->text(), QStringLiteral("Get Started"));
     }
 
@@ -115,9 +119,10 @@ private slots:
         QVERIFY(second->isVisible());
         QCOMPARE(second->pos(), moved);
         const QList<QWidget*> windows = QApplication::topLevelWidgets();
-        QCOMPARE(std::count_if(windows.cbegin(), windows.cend(),
-                               [](QWidget* w) { return w->objectName() == QLatin1String("onboardingWindow"); }),
-                 1);
+        QCOMPARE(
+            std::count_if(windows.cbegin(), windows.cend(),
+                          [](QWidget* w) { return w->objectName() == QLatin1String("onboardingWindow"); }),
+            1);
     }
 };
 
