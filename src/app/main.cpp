@@ -1,18 +1,25 @@
 #include <QApplication>
 
+#include "app/AppDelegate.h"
 #include "app/PlatformChoice.h"
-#include "engine/AppGroupDefaults.h"
-#include "ui/MenuBarManager.h"
+#include "app/SingleInstance.h"
 
 int main(int argc, char* argv[])
 {
     PlatformChoice::apply();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Brevona"));
-    // The tray icon keeps the application alive; closing the panel is not quitting.
+    QApplication::setDesktopFileName(QStringLiteral("com.orvik.Brevona"));
+    // The tray icon keeps the application alive; closing a window is not quitting.
     QApplication::setQuitOnLastWindowClosed(false);
 
-    AppGroupDefaults::registerDefaults();
-    MenuBarManager manager;
+    SingleInstance instance(SingleInstance::defaultKey());
+    if (!instance.claim())
+        return 0; // the running instance brings its panel forward
+
+    AppDelegate delegate;
+    QObject::connect(&instance, &SingleInstance::activationRequested, &delegate,
+                     &AppDelegate::bringPanelForward);
+    delegate.applicationDidFinishLaunching();
     return app.exec();
 }

@@ -4,6 +4,7 @@
 
 #include "cli/CommandLine.h"
 #include "cli/CompressCommand.h"
+#include "cli/SendCommand.h"
 #include "cli/SettingsCommand.h"
 
 int main(int argc, char* argv[])
@@ -13,6 +14,7 @@ int main(int argc, char* argv[])
 
     CommandLine commandLine;
     commandLine.add(std::make_unique<CompressCommand>());
+    commandLine.add(std::make_unique<SendCommand>());
     commandLine.add(std::make_unique<SettingsCommand>());
     return commandLine.run(QCoreApplication::arguments().mid(1));
 }

@@ -1,0 +1,146 @@
+#include "app/AppDelegate.h"
+
+#include <QCoreApplication>
+#include <QFutureWatcher>
+#include <QIcon>
+#include <QSystemTrayIcon>
+
+#include "app/FileCoordinator.h"
+#include "app/LaunchAtLoginManager.h"
+#include "app/UpdateChecker.h"
+#include "engine/AppGroupDefaults.h"
+#include "engine/CompressionSettings.h"
+#include "engine/ImageCompressor.h"
+#include "platform/Defaults.h"
+#include "platform/NotificationCenter.h"
+#include "ui/DropZonePanelController.h"
+#include "ui/MenuBarManager.h"
+#include "ui/OnboardingWindowController.h"
+#include "ui/SettingsWindowController.h"
+
+AppDelegate::AppDelegate(QObject* parent) : AppDelegate(Services{}, parent) {}
+
+AppDelegate::AppDelegate(Services services, QObject* parent)
+    : QObject(parent), m_services(std::move(services))
+{
+    if (!m_services.engine) {
+        m_services.engine = [](const QStringList& paths, const CompressionSettings& settings,
+                               ImageCompressor::ProgressCallback progress) {
+            return ImageCompressor::shared().compress(paths, settings, std::move(progress));
+        };
+    }
+    if (!m_services.fileCoordinator)
+        m_services.fileCoordinator = &FileCoordinator::shared();
+    if (!m_services.notifications)
+        m_services.notifications = &NotificationCenter::current();
+    if (!m_services.onboarding)
+        m_services.onboarding = &OnboardingWindowController::shared();
+    if (!m_services.startUpdateChecks)
+        m_services.startUpdateChecks = [] { UpdateChecker::shared().start(); };
+}
+
+AppDelegate::~AppDelegate()
+{
+    m_services.notifications->setFallback({});
+}
+
+void AppDelegate::applicationDidFinishLaunching()
+{
+    if (m_started)
+        return;
+    m_started = true;
+
+    // Every later step reads settings from the suite.
+    AppGroupDefaults::registerDefaults();
+    m_menuBarManager = std::make_unique<MenuBarManager>(m_services.engine);
+    wireSettingsWindow();
+    setUpNotifications();
+    showOnboardingOnFirstRun();
+    startHandOff();
+    m_services.startUpdateChecks();
+}
+
+void AppDelegate::wireSettingsWindow()
+{
+    SettingsWindowController& settings = SettingsWindowController::shared();
+    settings.configure(&UpdateChecker::shared(), LaunchAtLoginHooks{&LaunchAtLoginManager::isEnabled,
+                                                                    &LaunchAtLoginManager::setEnabled});
+    connect(m_menuBarManager.get(), &MenuBarManager::settingsRequested, this,
+            [] { SettingsWindowController::shared().showSettings(); });
+}
+
+void AppDelegate::setUpNotifications()
+{
+    // Without a notification service the summary goes to the tray icon's balloon, if there is one.
+    const QPointer<MenuBarManager> manager(m_menuBarManager.get());
+    m_services.notifications->setFallback([manager](const QString& title, const QString& body) {
+        if (manager && manager->trayIcon())
+            manager->trayIcon()->showMessage(title, body, QIcon::fromTheme(NotificationCenter::kIconName));
+    });
+    m_services.notifications->requestAuthorization([](bool) {});
+}
+
+void AppDelegate::showOnboardingOnFirstRun()
+{
+    Defaults standard = Defaults::standard();
+    if (standard.boolean(kHasShownOnboardingKey))
+        return;
+    // Set before the window shows, so quitting while it is open does not bring it back.
+    standard.set(kHasShownOnboardingKey, true);
+    standard.sync();
+    m_services.onboarding->show();
+}
+
+void AppDelegate::startHandOff()
+{
+    const QPointer<AppDelegate> guard(this);
+    m_services.fileCoordinator->startPolling([guard](const QStringList& paths) {
+        if (!guard)
+            return;
+        QMetaObject::invokeMethod(
+            guard.data(), [guard, paths] { guard->runHandOffBatch(paths); }, Qt::QueuedConnection);
+    });
+}
+
+void AppDelegate::runHandOffBatch(const QStringList& paths)
+{
+    const CompressionSettings settings = CompressionSettings::current();
+    if (!m_menuBarManager)
+        qFatal("AppDelegate: hand-off batch before start-up");
+    m_menuBarManager->batchRunner().beginBatch(paths.size());
+
+    // Called on the engine's worker: each report becomes one queued call on the main thread.
+    const QPointer<AppDelegate> guard(this);
+    auto progress = [guard](int current, int total, const QString& label) {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [guard, current, total, label] {
+                if (guard && guard->m_menuBarManager)
+                    guard->m_menuBarManager->batchRunner().updateProgress(current, total, label);
+            },
+            Qt::QueuedConnection);
+    };
+
+    auto* watcher = new QFutureWatcher<SessionResult>(this);
+    connect(watcher, &QFutureWatcher<SessionResult>::finished, this, [this, watcher, settings] {
+        watcher->deleteLater();
+        const SessionResult result = watcher->future().result();
+        m_menuBarManager->batchRunner().finishBatch(result);
+        const QString summary = result.summary();
+        if (settings.showNotifications)
+            m_services.notifications->post(kNotificationTitle, summary);
+        emit handOffBatchFinished(summary);
+    });
+    watcher->setFuture(m_services.engine(paths, settings, std::move(progress)));
+}
+
+void AppDelegate::bringPanelForward()
+{
+    if (!m_menuBarManager)
+        return;
+    m_menuBarManager->showPanelAnchored();
+    if (DropZonePanel* panel = DropZonePanelController::shared().panel()) {
+        panel->raise();
+        panel->activateWindow();
+    }
+}

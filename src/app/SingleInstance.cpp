@@ -1,0 +1,88 @@
+#include "app/SingleInstance.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QLocalSocket>
+#include <QStandardPaths>
+
+#include "platform/Defaults.h"
+
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
+namespace {
+
+constexpr int kTimeoutMs = 2000;
+const QByteArray kActivate = QByteArrayLiteral("activate\n");
+
+} // namespace
+
+SingleInstance::SingleInstance(QString key, QObject* parent)
+    : QObject(parent), m_key(std::move(key)), m_lock(m_key + QStringLiteral(".lock"))
+{
+    // The running instance holds the lock for as long as it lives; only a dead holder is stale.
+    m_lock.setStaleLockTime(0);
+}
+
+SingleInstance::~SingleInstance() = default;
+
+QString SingleInstance::defaultKey()
+{
+    const QByteArray config = QCryptographicHash::hash(QDir(Defaults::directory()).absolutePath().toUtf8(),
+                                                       QCryptographicHash::Sha1)
+                                  .toHex()
+                                  .left(12);
+    const QString name = QStringLiteral("brevona-") + QString::fromLatin1(config);
+    // The runtime folder is private to the user and emptied at logout; without it, the user id
+    // keeps users apart in the shared temporary folder.
+    const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (!runtime.isEmpty() && QDir(runtime).exists())
+        return runtime + u'/' + name;
+#ifdef Q_OS_UNIX
+    return QDir::tempPath() + QStringLiteral("/brevona-%1-").arg(::getuid()) + QString::fromLatin1(config);
+#else
+    return QDir::tempPath() + u'/' + qEnvironmentVariable("USERNAME") + u'-' + name;
+#endif
+}
+
+bool SingleInstance::claim()
+{
+    if (m_server)
+        return true;
+    if (!m_lock.tryLock(0)) {
+        notifyRunningInstance();
+        return false;
+    }
+    auto server = std::make_unique<QLocalServer>();
+    server->setSocketOptions(QLocalServer::UserAccessOption);
+    const QString socketName = m_key + QStringLiteral(".socket");
+    QLocalServer::removeServer(socketName); // left by a crashed instance; the lock is ours now
+    if (!server->listen(socketName))
+        qWarning("Brevona: cannot listen on %s: %s", qPrintable(socketName),
+                 qPrintable(server->errorString()));
+    connect(server.get(), &QLocalServer::newConnection, this, [this] {
+        while (QLocalSocket* socket = m_server->nextPendingConnection()) {
+            connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+            connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
+                if (socket->canReadLine() && socket->readLine() == kActivate)
+                    emit activationRequested();
+            });
+        }
+    });
+    m_server = std::move(server);
+    return true;
+}
+
+void SingleInstance::notifyRunningInstance()
+{
+    QLocalSocket socket;
+    socket.connectToServer(m_key + QStringLiteral(".socket"));
+    if (!socket.waitForConnected(kTimeoutMs))
+        return;
+    socket.write(kActivate);
+    socket.waitForBytesWritten(kTimeoutMs);
+    socket.disconnectFromServer();
+    if (socket.state() != QLocalSocket::UnconnectedState)
+        socket.waitForDisconnected(kTimeoutMs);
+}
