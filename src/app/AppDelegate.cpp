@@ -1,7 +1,5 @@
 #include "app/AppDelegate.h"
 
-#include <QCoreApplication>
-#include <QFutureWatcher>
 #include <QIcon>
 #include <QSystemTrayIcon>
 
@@ -107,31 +105,13 @@ void AppDelegate::runHandOffBatch(const QStringList& paths)
     const CompressionSettings settings = CompressionSettings::current();
     if (!m_menuBarManager)
         qFatal("AppDelegate: hand-off batch before start-up");
-    m_menuBarManager->batchRunner().beginBatch(paths.size());
-
-    // Called on the engine's worker: each report becomes one queued call on the main thread.
-    const QPointer<AppDelegate> guard(this);
-    auto progress = [guard](int current, int total, const QString& label) {
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [guard, current, total, label] {
-                if (guard && guard->m_menuBarManager)
-                    guard->m_menuBarManager->batchRunner().updateProgress(current, total, label);
-            },
-            Qt::QueuedConnection);
-    };
-
-    auto* watcher = new QFutureWatcher<SessionResult>(this);
-    connect(watcher, &QFutureWatcher<SessionResult>::finished, this, [this, watcher, settings] {
-        watcher->deleteLater();
-        const SessionResult result = watcher->future().result();
-        m_menuBarManager->batchRunner().finishBatch(result);
+    // Only files that arrive from outside are confirmed by a notification.
+    m_menuBarManager->batchRunner().runBatch(paths, settings, [this, settings](const SessionResult& result) {
         const QString summary = result.summary();
         if (settings.showNotifications)
             m_services.notifications->post(kNotificationTitle, summary);
         emit handOffBatchFinished(summary);
     });
-    watcher->setFuture(m_services.engine(paths, settings, std::move(progress)));
 }
 
 void AppDelegate::bringPanelForward()

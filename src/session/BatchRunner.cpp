@@ -24,7 +24,12 @@ BatchRunner::BatchRunner(CompressionState& state, BatchDisplay& display, Engine 
 void BatchRunner::handleFiles(const QStringList& paths)
 {
     // Settings are read once per batch; a change made meanwhile applies from the next batch on.
-    const CompressionSettings settings = CompressionSettings::current();
+    runBatch(paths, CompressionSettings::current());
+}
+
+void BatchRunner::runBatch(const QStringList& paths, const CompressionSettings& settings,
+                           std::function<void(const SessionResult&)> afterFinish)
+{
     beginBatch(paths.size());
 
     // Called on the engine's worker: only posts the report to the main thread. The guard is
@@ -41,10 +46,14 @@ void BatchRunner::handleFiles(const QStringList& paths)
     };
 
     auto* watcher = new QFutureWatcher<SessionResult>(this);
-    connect(watcher, &QFutureWatcher<SessionResult>::finished, this, [this, watcher] {
-        watcher->deleteLater();
-        finishBatch(watcher->future().result());
-    });
+    connect(watcher, &QFutureWatcher<SessionResult>::finished, this,
+            [this, watcher, afterFinish = std::move(afterFinish)] {
+                watcher->deleteLater();
+                const SessionResult result = watcher->future().result();
+                finishBatch(result);
+                if (afterFinish)
+                    afterFinish(result);
+            });
     watcher->setFuture(m_engine(paths, settings, std::move(progress)));
 }
 

@@ -45,6 +45,14 @@ public:
     /// Runs the list through the engine exactly as given (no filtering, sorting or de-duplication).
     void handleFiles(const QStringList& paths);
 
+    /**
+     * The batch itself, for every entry point: beginBatch, the engine with `settings`, one queued
+     * updateProgress per report, finishBatch, then `afterFinish` with the result (the hand-off
+     * path posts its notification there).
+     */
+    void runBatch(const QStringList& paths, const CompressionSettings& settings,
+                  std::function<void(const SessionResult&)> afterFinish = {});
+
     void beginBatch(qint64 total);
     /// One engine report; `total` is ignored.
     void updateProgress(qint64 current, qint64 total, const QString& fileName);
