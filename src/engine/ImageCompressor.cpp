@@ -1,7 +1,54 @@
 #include "engine/ImageCompressor.h"
 
+#include <optional>
+
+#include <vips/vips8>
+
 #include <QFileInfo>
 #include <QtConcurrent/QtConcurrentRun>
+
+#include "engine/CompressionMode.h"
+#include "engine/FormatEncoder.h"
+#include "engine/ImageDecoder.h"
+#include "engine/ImageScaler.h"
+#include "engine/OutputTarget.h"
+#include "platform/Logging.h"
+#include "platform/ScopedAccess.h"
+
+namespace {
+
+struct Job
+{
+    QString path;
+    std::optional<int> pageIndex;
+};
+
+/// Size in bytes of a file; 0 when it cannot be read.
+qint64 fileSize(const QString& path)
+{
+    const QFileInfo info(path);
+    return info.exists() ? info.size() : 0;
+}
+
+/**
+ * Encodes `image` as `format` and writes it to the first free name of `target`.
+ *
+ * The size limit plugs in here: with `limitOutputFileSize` on, the size-limited search replaces
+ * the single encode below and hands back the bytes of its final candidate.
+ */
+std::optional<QString> writeImage(const vips::VImage& image, OutputFormat format, const OutputTarget& target,
+                                  const CompressionSettings& settings)
+{
+    const double quality = format == OutputFormat::Png
+                               ? 1.0
+                               : CompressionModes::quality(settings.compressionMode, format);
+    const std::optional<QByteArray> bytes = FormatEncoder::encode(image, OutputFormats::typeIdentifier(format), quality);
+    if (!bytes)
+        return std::nullopt;
+    return target.write(*bytes);
+}
+
+} // namespace
 
 ImageCompressor::ImageCompressor()
 {
@@ -28,34 +75,147 @@ QFuture<SessionResult> ImageCompressor::compress(const QStringList& paths, const
     });
 }
 
-// Placeholder bodies until the decoding and encoding pipeline lands.
 SessionResult ImageCompressor::compressBatch(const QStringList& paths, const CompressionSettings& settings,
                                              const ProgressCallback& progress)
 {
+    QList<Job> jobs;
+    for (const QString& path : paths) {
+        if (QFileInfo(path).suffix().toLower() != QLatin1String("pdf")) {
+            jobs.append({path, std::nullopt});
+            continue;
+        }
+        const ScopedAccess access(path);
+        const int pages = ImageDecoder::pdfPageCount(path);
+        if (pages < 1)
+            jobs.append({path, std::nullopt}); // fails to decode as an image, giving one result
+        for (int page = 0; page < pages; ++page)
+            jobs.append({path, page});
+    }
+
     SessionResult session;
-    const int total = static_cast<int>(paths.size());
+    const int total = static_cast<int>(jobs.size());
     for (int i = 0; i < total; ++i) {
+        const Job& job = jobs[i];
+        QString label = QFileInfo(job.path).fileName();
+        if (job.pageIndex)
+            label += QStringLiteral(" p") + QString::number(*job.pageIndex + 1);
         if (progress)
-            progress(i, total, QFileInfo(paths[i]).fileName());
-        session.results.append(compressOne(paths[i], settings));
+            progress(i, total, label);
+        session.results.append(job.pageIndex ? compressPDFPage(job.path, *job.pageIndex, settings)
+                                             : compressOne(job.path, settings));
     }
     if (progress)
         progress(total, total, QString());
     return session;
 }
 
-CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const CompressionSettings&)
+CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const CompressionSettings& settings)
 {
-    CompressionResult r;
-    r.sourceURL = sourcePath;
-    r.error = CompressorError::CannotDecode;
-    return r;
+    const QFileInfo source(sourcePath);
+    const ScopedAccess sourceAccess(sourcePath);
+    const ScopedAccess folderAccess(source.absolutePath());
+
+    CompressionResult result;
+    result.sourceURL = sourcePath;
+    result.originalSize = fileSize(sourcePath);
+    qCDebug(lcCompression).noquote() << QStringLiteral("compressOne: %1").arg(source.fileName());
+
+    std::optional<vips::VImage> image = ImageDecoder::decode(sourcePath);
+    if (!image) {
+        qCWarning(lcCompression).noquote() << QStringLiteral("cannotDecode: %1").arg(source.fileName());
+        result.error = CompressorError::CannotDecode;
+        return result;
+    }
+    if (settings.limitLongestEdge)
+        image = ImageScaler::resize(*image, settings.longestEdgePx);
+
+    const OutputFormat format = resolvedFormat(settings.outputFormat, sourcePath);
+    const OutputTarget target(outputFolder(sourcePath, settings), source.completeBaseName() + settings.suffix,
+                              OutputFormats::fileExtension(format));
+    const std::optional<QString> written = writeImage(*image, format, target, settings);
+    if (!written) {
+        result.error = CompressorError::FinalizeFailed;
+        return result;
+    }
+
+    result.compressedSize = fileSize(*written);
+    if (!keepsOutput(result.originalSize, result.compressedSize, settings)) {
+        QFile::remove(*written); // only the file this job wrote
+        result.compressedSize = result.originalSize;
+        result.error = CompressorError::SavingsBelowThreshold;
+        return result;
+    }
+    result.outputURL = *written;
+    return result;
 }
 
-CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int, const CompressionSettings&)
+CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int pageIndex,
+                                                   const CompressionSettings& settings)
 {
-    CompressionResult r;
-    r.sourceURL = pdfPath;
-    r.error = CompressorError::CannotDecode;
-    return r;
+    const QFileInfo source(pdfPath);
+    const ScopedAccess sourceAccess(pdfPath);
+    const ScopedAccess folderAccess(source.absolutePath());
+
+    CompressionResult result;
+    result.sourceURL = pdfPath;
+    result.originalSize = fileSize(pdfPath);
+
+    const int pages = ImageDecoder::pdfPageCount(pdfPath);
+    const std::optional<vips::VImage> page = pageIndex < pages ? ImageDecoder::renderPDFPage(pdfPath, pageIndex)
+                                                               : std::nullopt;
+    if (!page) {
+        qCWarning(lcCompression).noquote() << QStringLiteral("cannotDecode: %1").arg(source.fileName());
+        result.error = CompressorError::CannotDecode;
+        return result;
+    }
+
+    // Pages keep their rendered size; "original" has no page format to keep, so it means JPEG.
+    const OutputFormat format = settings.outputFormat == OutputFormat::Original ? OutputFormat::Jpeg
+                                                                                 : settings.outputFormat;
+    const OutputTarget target(outputFolder(pdfPath, settings),
+                              source.completeBaseName() + settings.suffix + QStringLiteral("-p")
+                                  + QString::number(pageIndex + 1),
+                              OutputFormats::fileExtension(format));
+    const std::optional<QString> written = writeImage(*page, format, target, settings);
+    if (!written) {
+        result.error = CompressorError::FinalizeFailed;
+        return result;
+    }
+    result.originalSize /= std::max(pages, 1);
+    result.compressedSize = fileSize(*written);
+    result.outputURL = *written;
+    return result;
+}
+
+OutputFormat ImageCompressor::resolvedFormat(OutputFormat chosen, const QString& sourcePath)
+{
+    if (chosen != OutputFormat::Original)
+        return chosen;
+    const QString extension = QFileInfo(sourcePath).suffix().toLower();
+    if (extension == QLatin1String("png"))
+        return OutputFormat::Png;
+    if (extension == QLatin1String("webp"))
+        return OutputFormat::Webp;
+    if (extension == QLatin1String("avif"))
+        return OutputFormat::Avif;
+    return OutputFormat::Jpeg; // jpg and jpeg, and every format we do not write (heic, tiff, gif...)
+}
+
+bool ImageCompressor::keepsOutput(qint64 originalSize, qint64 compressedSize, const CompressionSettings& settings)
+{
+    if (!settings.requireMinSavingPercent || originalSize <= 0)
+        return true;
+    const double saving = static_cast<double>(originalSize - compressedSize) / static_cast<double>(originalSize) * 100.0;
+    return static_cast<qint64>(saving) >= settings.minSavingPercent; // the cast truncates toward zero
+}
+
+QString ImageCompressor::outputFolder(const QString& sourcePath, const CompressionSettings& settings)
+{
+    if (settings.outputLocation == OutputLocation::CustomFolder && settings.customFolderURL) {
+        const QString& folder = *settings.customFolderURL;
+        ScopedAccess::startAccessing(folder); // held for the process
+        if (QFileInfo::exists(folder))
+            return folder;
+    }
+    return QFileInfo(sourcePath).absolutePath();
 }

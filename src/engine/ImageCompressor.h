@@ -49,6 +49,17 @@ public:
     /// One page (zero-based) of a PDF, rendered at twice its size on white.
     CompressionResult compressPDFPage(const QString& pdfPath, int pageIndex, const CompressionSettings& settings);
 
+    /// The concrete format for a source: `original` follows the source's extension (jpg, jpeg,
+    /// png, webp, avif), anything else becomes JPEG; other choices are kept.
+    static OutputFormat resolvedFormat(OutputFormat chosen, const QString& sourcePath);
+    /// Whether the minimum-saving rule keeps an output: always when the rule is off or the
+    /// original's size is unknown (0), else when the saving in whole percent (truncated toward
+    /// zero) reaches `minSavingPercent`. A larger output is a negative saving.
+    static bool keepsOutput(qint64 originalSize, qint64 compressedSize, const CompressionSettings& settings);
+    /// The folder outputs of `sourcePath` go to: the custom folder when chosen and present, else
+    /// the source's own folder.
+    static QString outputFolder(const QString& sourcePath, const CompressionSettings& settings);
+
 private:
     QThreadPool m_worker;
 };

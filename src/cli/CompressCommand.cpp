@@ -1,0 +1,215 @@
+#include "cli/CompressCommand.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include "cli/CliOutput.h"
+#include "engine/AppGroupDefaults.h"
+#include "engine/ByteCount.h"
+#include "engine/ImageCompressor.h"
+
+namespace {
+
+const QCommandLineOption kFormat(QStringLiteral("format"), QStringLiteral("jpeg, png, webp, avif or original"),
+                                 QStringLiteral("F"));
+const QCommandLineOption kMode(QStringLiteral("mode"), QStringLiteral("lossless, balanced or aggressive"),
+                               QStringLiteral("M"));
+const QCommandLineOption kMaxEdge(QStringLiteral("max-edge"), QStringLiteral("scale down to this longest edge"),
+                                  QStringLiteral("PX"));
+const QCommandLineOption kMaxSize(QStringLiteral("max-size"), QStringLiteral("limit the output file size"),
+                                  QStringLiteral("KB"));
+const QCommandLineOption kMinSaving(QStringLiteral("min-saving"), QStringLiteral("drop outputs saving less"),
+                                    QStringLiteral("PCT"));
+const QCommandLineOption kSuffix(QStringLiteral("suffix"), QStringLiteral("appended to output names"),
+                                 QStringLiteral("S"));
+const QCommandLineOption kOut(QStringLiteral("out"), QStringLiteral("write outputs into this folder"),
+                              QStringLiteral("DIR"));
+const QCommandLineOption kJson(QStringLiteral("json"), QStringLiteral("print one JSON object"));
+
+/// A whole number in [minimum, maximum], or nothing.
+std::optional<qint64> boundedInteger(const QString& text, qint64 minimum, qint64 maximum)
+{
+    bool ok = false;
+    const qint64 value = text.toLongLong(&ok);
+    if (!ok || value < minimum || value > maximum)
+        return std::nullopt;
+    return value;
+}
+
+bool acceptable(const CompressionResult& result)
+{
+    return result.succeeded() || result.error == CompressorError::SavingsBelowThreshold;
+}
+
+/// Redraws a bar in place on a terminal; one line per job otherwise.
+class ProgressPrinter final
+{
+public:
+    ProgressPrinter() : m_terminal(CliOutput::stderrIsTerminal()) {}
+
+    void report(int current, int total, const QString& label)
+    {
+        if (total == 0)
+            return;
+        if (!m_terminal) {
+            if (current < total)
+                CliOutput::err(QStringLiteral("[%1/%2] %3").arg(current + 1).arg(total).arg(label));
+            return;
+        }
+        constexpr int kWidth = 24;
+        const int filled = kWidth * current / total;
+        const QString bar = QString(filled, QLatin1Char('#')) + QString(kWidth - filled, QLatin1Char('.'));
+        CliOutput::errRaw(QStringLiteral("\r\x1b[2K[%1] %2/%3 %4").arg(bar).arg(current).arg(total).arg(label));
+        if (current == total)
+            CliOutput::errRaw(QStringLiteral("\r\x1b[2K"));
+    }
+
+private:
+    bool m_terminal;
+};
+
+} // namespace
+
+QString CompressCommand::synopsis() const
+{
+    return QStringLiteral("compress [--format F] [--mode M] [--max-edge PX] [--max-size KB] [--min-saving PCT] "
+                          "[--suffix S] [--out DIR] [--json] FILE...");
+}
+
+std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLineParser& parser,
+                                                              CompressionSettings settings, QString* error)
+{
+    if (parser.isSet(kFormat)) {
+        const auto format = OutputFormats::fromRawValue(parser.value(kFormat));
+        if (!format) {
+            *error = QStringLiteral("unknown format \"%1\" (jpeg, png, webp, avif, original)").arg(parser.value(kFormat));
+            return std::nullopt;
+        }
+        settings.outputFormat = *format;
+    }
+    if (parser.isSet(kMode)) {
+        const auto mode = CompressionModes::fromRawValue(parser.value(kMode));
+        if (!mode) {
+            *error = QStringLiteral("unknown mode \"%1\" (lossless, balanced, aggressive)").arg(parser.value(kMode));
+            return std::nullopt;
+        }
+        settings.compressionMode = *mode;
+    }
+    if (parser.isSet(kMaxEdge)) {
+        const auto edge = boundedInteger(parser.value(kMaxEdge), 1, 1'000'000);
+        if (!edge) {
+            *error = QStringLiteral("--max-edge needs a whole number of pixels above 0");
+            return std::nullopt;
+        }
+        settings.limitLongestEdge = true;
+        settings.longestEdgePx = *edge;
+    }
+    if (parser.isSet(kMaxSize)) {
+        const auto size = boundedInteger(parser.value(kMaxSize), 1, 1'000'000'000);
+        if (!size) {
+            *error = QStringLiteral("--max-size needs a whole number of KB above 0");
+            return std::nullopt;
+        }
+        settings.limitOutputFileSize = true;
+        settings.maxFileSizeKB = *size;
+    }
+    if (parser.isSet(kMinSaving)) {
+        const auto percent = boundedInteger(parser.value(kMinSaving), 0, 100);
+        if (!percent) {
+            *error = QStringLiteral("--min-saving needs a whole percentage from 0 to 100");
+            return std::nullopt;
+        }
+        settings.requireMinSavingPercent = true;
+        settings.minSavingPercent = *percent;
+    }
+    if (parser.isSet(kSuffix))
+        settings.suffix = parser.value(kSuffix);
+    if (parser.isSet(kOut)) {
+        const QFileInfo folder(parser.value(kOut));
+        if (!folder.isDir()) {
+            *error = QStringLiteral("output folder \"%1\" does not exist").arg(parser.value(kOut));
+            return std::nullopt;
+        }
+        settings.outputLocation = OutputLocation::CustomFolder;
+        settings.customFolderURL = folder.absoluteFilePath();
+    }
+    return settings;
+}
+
+QByteArray CompressCommand::jsonReport(const SessionResult& session)
+{
+    QJsonArray results;
+    for (const CompressionResult& result : session.results) {
+        results.append(QJsonObject{
+            {QStringLiteral("source"), result.sourceURL},
+            {QStringLiteral("output"), result.outputURL ? QJsonValue(*result.outputURL) : QJsonValue()},
+            {QStringLiteral("originalSize"), result.originalSize},
+            {QStringLiteral("compressedSize"), result.compressedSize},
+            {QStringLiteral("error"),
+             result.error ? QJsonValue(CompressorErrors::errorDescription(*result.error)) : QJsonValue()},
+        });
+    }
+    const QJsonObject report{{QStringLiteral("results"), results}, {QStringLiteral("summary"), session.summary()}};
+    return QJsonDocument(report).toJson(QJsonDocument::Indented);
+}
+
+int CompressCommand::run(const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    parser.addOptions({kFormat, kMode, kMaxEdge, kMaxSize, kMinSaving, kSuffix, kOut, kJson});
+    if (!parser.parse(QStringList{name()} + arguments)) {
+        CliOutput::error(parser.errorText());
+        CliOutput::err(QStringLiteral("usage: brevona-cli ") + synopsis());
+        return UsageError;
+    }
+    const QStringList files = parser.positionalArguments();
+    if (files.isEmpty()) {
+        CliOutput::error(QStringLiteral("no files given"));
+        CliOutput::err(QStringLiteral("usage: brevona-cli ") + synopsis());
+        return UsageError;
+    }
+
+    AppGroupDefaults::registerDefaults();
+    QString error;
+    const std::optional<CompressionSettings> settings = overridden(parser, CompressionSettings::current(), &error);
+    if (!settings) {
+        CliOutput::error(error);
+        return UsageError;
+    }
+
+    QStringList paths;
+    for (const QString& file : files)
+        paths.append(QFileInfo(file).absoluteFilePath());
+
+    ProgressPrinter progress;
+    const SessionResult session = ImageCompressor::shared().compressBatch(
+        paths, *settings, [&progress](int current, int total, const QString& label) {
+            progress.report(current, total, label);
+        });
+
+    if (parser.isSet(kJson)) {
+        std::fputs(jsonReport(session).constData(), stdout);
+        std::fflush(stdout);
+    } else {
+        for (const CompressionResult& result : session.results) {
+            const QString source = QDir::toNativeSeparators(result.sourceURL);
+            if (result.outputURL)
+                CliOutput::out(QStringLiteral("%1 → %2 (%3 → %4)")
+                                   .arg(source, QDir::toNativeSeparators(*result.outputURL),
+                                        ByteCount::format(result.originalSize), ByteCount::format(result.compressedSize)));
+            else
+                CliOutput::out(QStringLiteral("%1: %2").arg(source, result.error ? CompressorErrors::errorDescription(*result.error)
+                                                                                 : QString()));
+        }
+        CliOutput::out(session.summary());
+    }
+    return std::all_of(session.results.cbegin(), session.results.cend(), acceptable) ? Success : Failure;
+}

@@ -1,0 +1,199 @@
+#include "engine/FormatEncoder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+
+#include <avif/avif.h>
+#include <glib.h>
+#include <webp/encode.h>
+
+#include <QThread>
+
+#include "engine/OutputTarget.h"
+#include "engine/VipsRuntime.h"
+#include "platform/Logging.h"
+
+namespace {
+
+const QString kJPEG = QStringLiteral("public.jpeg");
+const QString kPNG = QStringLiteral("public.png");
+const QString kWebP = QStringLiteral("webp");
+const QString kAVIF = QStringLiteral("public.avif");
+
+struct BlobUnref
+{
+    void operator()(VipsBlob* blob) const { vips_area_unref(reinterpret_cast<VipsArea*>(blob)); }
+};
+struct GFree
+{
+    void operator()(void* memory) const { g_free(memory); }
+};
+struct WebPBufferFree
+{
+    void operator()(uint8_t* buffer) const { WebPFree(buffer); }
+};
+struct AVIFEncoderDestroy
+{
+    void operator()(avifEncoder* encoder) const { avifEncoderDestroy(encoder); }
+};
+struct AVIFImageDestroy
+{
+    void operator()(avifImage* image) const { avifImageDestroy(image); }
+};
+struct AVIFRWDataFree
+{
+    void operator()(avifRWData* data) const { avifRWDataFree(data); }
+};
+
+using Blob = std::unique_ptr<VipsBlob, BlobUnref>;
+
+QByteArray bytesOf(const Blob& blob)
+{
+    size_t length = 0;
+    const void* data = vips_blob_get(blob.get(), &length);
+    return {static_cast<const char*>(data), static_cast<qsizetype>(length)};
+}
+
+/// The pixels as one packed buffer with exactly `bands` bands (3: RGB, 4: straight RGBA).
+std::unique_ptr<uint8_t, GFree> packedPixels(vips::VImage image, int bands, size_t* length)
+{
+    if (bands == 4 && image.bands() == 3)
+        image = image.bandjoin_const({255});
+    else if (bands == 3 && image.bands() == 4)
+        image = image.flatten(vips::VImage::option()->set("background", std::vector<double>{255, 255, 255}))
+                    .cast(VIPS_FORMAT_UCHAR);
+    return std::unique_ptr<uint8_t, GFree>(static_cast<uint8_t*>(image.write_to_memory(length)));
+}
+
+} // namespace
+
+std::optional<QByteArray> FormatEncoder::encode(const vips::VImage& image, const QString& typeIdentifier,
+                                                double quality)
+{
+    if (!VipsRuntime::ensureStarted())
+        return std::nullopt;
+    const bool webp = typeIdentifier == kWebP;
+    if (!webp && typeIdentifier != kJPEG && typeIdentifier != kPNG && typeIdentifier != kAVIF) {
+        qCWarning(lcCompression).noquote()
+            << QStringLiteral("CGImageDestinationCreateWithData failed uti=%1").arg(typeIdentifier);
+        return std::nullopt;
+    }
+    std::optional<QByteArray> bytes;
+    try {
+        if (webp)
+            bytes = encodeWebP(image, quality);
+        else if (typeIdentifier == kJPEG)
+            bytes = encodeJPEG(image, quality);
+        else if (typeIdentifier == kPNG)
+            bytes = encodePNG(image);
+        else
+            bytes = encodeAVIF(image, quality);
+    } catch (const vips::VError& error) {
+        qCDebug(lcCompression) << "encoder error:" << error.what();
+        bytes.reset();
+    }
+    if (!bytes && !webp) // the WebP library's failures go unlogged
+        qCWarning(lcCompression) << "CGImageDestinationFinalize failed";
+    return bytes;
+}
+
+bool FormatEncoder::writeEncoded(const vips::VImage& image, const QString& typeIdentifier,
+                                 const QString& destination, double quality)
+{
+    const std::optional<QByteArray> bytes = encode(image, typeIdentifier, quality);
+    return bytes && OutputTarget::exactly(destination).write(*bytes).has_value();
+}
+
+qint64 FormatEncoder::encodedPNGSize(const vips::VImage& image)
+{
+    const std::optional<QByteArray> bytes = encode(image, kPNG, 1.0);
+    return bytes ? bytes->size() : std::numeric_limits<qint64>::max();
+}
+
+std::optional<QByteArray> FormatEncoder::encodeJPEG(const vips::VImage& image, double quality)
+{
+    const int q = std::clamp(static_cast<int>(std::lround(quality * 100.0)), 1, 100);
+    vips::VImage opaque = image;
+    if (opaque.bands() == 4)
+        opaque = opaque.flatten(vips::VImage::option()->set("background", std::vector<double>{255, 255, 255}))
+                     .cast(VIPS_FORMAT_UCHAR);
+    const Blob blob(opaque.jpegsave_buffer(
+        vips::VImage::option()->set("Q", q)->set("optimize_coding", true)->set("strip", true)));
+    return bytesOf(blob);
+}
+
+std::optional<QByteArray> FormatEncoder::encodePNG(const vips::VImage& image)
+{
+    const Blob blob(image.pngsave_buffer(vips::VImage::option()
+                                             ->set("compression", 9)
+                                             ->set("filter", VIPS_FOREIGN_PNG_FILTER_ALL)
+                                             ->set("strip", true)));
+    return bytesOf(blob);
+}
+
+std::optional<QByteArray> FormatEncoder::encodeWebP(const vips::VImage& image, double quality)
+{
+    size_t length = 0;
+    const auto pixels = packedPixels(image, 4, &length);
+    const int width = image.width();
+    const int height = image.height();
+    if (!pixels || length != static_cast<size_t>(width) * height * 4)
+        return std::nullopt;
+    uint8_t* output = nullptr;
+    const size_t size = WebPEncodeRGBA(pixels.get(), width, height, width * 4, static_cast<float>(quality * 100.0),
+                                       &output);
+    const std::unique_ptr<uint8_t, WebPBufferFree> owned(output);
+    if (size < 1 || !owned)
+        return std::nullopt;
+    return QByteArray(reinterpret_cast<const char*>(owned.get()), static_cast<qsizetype>(size));
+}
+
+std::optional<QByteArray> FormatEncoder::encodeAVIF(const vips::VImage& image, double quality)
+{
+    const bool lossless = quality >= 1.0;
+    const bool alpha = image.bands() == 4;
+    size_t length = 0;
+    const auto pixels = packedPixels(image, alpha ? 4 : 3, &length);
+    const auto width = static_cast<uint32_t>(image.width());
+    const auto height = static_cast<uint32_t>(image.height());
+    if (!pixels || length != size_t(width) * height * (alpha ? 4 : 3))
+        return std::nullopt;
+
+    const std::unique_ptr<avifImage, AVIFImageDestroy> avif(
+        avifImageCreate(width, height, 8, lossless ? AVIF_PIXEL_FORMAT_YUV444 : AVIF_PIXEL_FORMAT_YUV420));
+    if (!avif)
+        return std::nullopt;
+    // sRGB signalled in the stream itself, since no profile is written.
+    avif->colorPrimaries = AVIF_COLOR_PRIMARIES_BT709;
+    avif->transferCharacteristics = AVIF_TRANSFER_CHARACTERISTICS_SRGB;
+    avif->matrixCoefficients = AVIF_MATRIX_COEFFICIENTS_BT601;
+    avif->yuvRange = AVIF_RANGE_FULL;
+
+    avifRGBImage rgb;
+    avifRGBImageSetDefaults(&rgb, avif.get());
+    rgb.format = alpha ? AVIF_RGB_FORMAT_RGBA : AVIF_RGB_FORMAT_RGB;
+    rgb.depth = 8;
+    rgb.pixels = pixels.get();
+    rgb.rowBytes = width * (alpha ? 4 : 3);
+    if (avifImageRGBToYUV(avif.get(), &rgb) != AVIF_RESULT_OK)
+        return std::nullopt;
+
+    const std::unique_ptr<avifEncoder, AVIFEncoderDestroy> encoder(avifEncoderCreate());
+    if (!encoder)
+        return std::nullopt;
+    const int quantizer = std::clamp(static_cast<int>(std::lround((1.0 - quality) * AVIF_QUANTIZER_WORST_QUALITY)),
+                                     AVIF_QUANTIZER_BEST_QUALITY, AVIF_QUANTIZER_WORST_QUALITY);
+    encoder->codecChoice = AVIF_CODEC_CHOICE_AOM;
+    encoder->speed = kAVIFSpeed;
+    encoder->maxThreads = std::max(1, QThread::idealThreadCount());
+    encoder->minQuantizer = encoder->maxQuantizer = quantizer;
+    encoder->minQuantizerAlpha = encoder->maxQuantizerAlpha = quantizer;
+
+    avifRWData output = AVIF_DATA_EMPTY;
+    const std::unique_ptr<avifRWData, AVIFRWDataFree> owned(&output);
+    if (avifEncoderWrite(encoder.get(), avif.get(), &output) != AVIF_RESULT_OK || output.size == 0)
+        return std::nullopt;
+    return QByteArray(reinterpret_cast<const char*>(output.data), static_cast<qsizetype>(output.size));
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <optional>
+
+#include <vips/vips8>
+
+#include <QByteArray>
+#include <QString>
+
+/**
+ * Encodes an 8-bit sRGB image (3 or 4 bands) as JPEG, PNG, WebP or AVIF, with no metadata.
+ *
+ * The type identifier is an output format's: "public.jpeg", "public.png", "webp" or
+ * "public.avif". Quality is a fraction 0...1 and maps onto each codec's own scale:
+ * - JPEG: libjpeg quality Q = round(quality x 100), clamped to 1...100; Huffman tables optimised.
+ * - PNG: lossless whatever the quality; zlib level 9 with adaptive per-row filters.
+ * - WebP: lossy, the library's default configuration, quality factor quality x 100.
+ * - AVIF: AV1 quantizer round((1 - quality) x 63) for colour and alpha (0 is the finest, 63 the
+ *   coarsest), the same linear scale as later libavif releases' 0...100 quality; 4:2:0 chroma
+ *   below quality 1.0 and 4:4:4 at 1.0.
+ * JPEG has no alpha: transparent pixels are flattened onto white. WebP receives straight
+ * (not premultiplied) RGBA.
+ * @code
+ * const auto bytes = FormatEncoder::encode(image, QStringLiteral("public.jpeg"), 0.8);
+ * @endcode
+ */
+class FormatEncoder final
+{
+public:
+    /// AV1 encoder speed (0 slowest ... 10 fastest) for every AVIF encode.
+    static constexpr int kAVIFSpeed = 6;
+
+    /// The encoded file's bytes; nothing when the encoder fails or the identifier is unknown.
+    static std::optional<QByteArray> encode(const vips::VImage& image, const QString& typeIdentifier, double quality);
+
+    /// Encodes and writes a new file at `destination` (never replacing one); false on failure.
+    static bool writeEncoded(const vips::VImage& image, const QString& typeIdentifier, const QString& destination,
+                             double quality);
+
+    /// Byte length of the image as PNG; the largest qint64 when encoding fails.
+    static qint64 encodedPNGSize(const vips::VImage& image);
+
+private:
+    static std::optional<QByteArray> encodeJPEG(const vips::VImage& image, double quality);
+    static std::optional<QByteArray> encodePNG(const vips::VImage& image);
+    static std::optional<QByteArray> encodeWebP(const vips::VImage& image, double quality);
+    static std::optional<QByteArray> encodeAVIF(const vips::VImage& image, double quality);
+};

@@ -1,0 +1,168 @@
+#include "engine/ImageDecoder.h"
+
+#include <memory>
+
+#include <libraw/libraw.h>
+
+#include <QFile>
+#include <QFileInfo>
+
+#include "engine/VipsRuntime.h"
+#include "platform/Logging.h"
+
+namespace {
+
+// Truncated or corrupt data is an error; libjpeg's harmless warnings (for example a few extra
+// bytes after the image in many camera files) are not.
+constexpr VipsFailOn kFailOn = VIPS_FAIL_ON_ERROR;
+
+struct LibRawImageFree
+{
+    void operator()(libraw_processed_image_t* image) const { LibRaw::dcraw_clear_mem(image); }
+};
+
+vips::VImage loadLazily(const QString& path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    // A file name ending in "]" would be read as load options; a source has no such syntax.
+    if (name.endsWith(']'))
+        return vips::VImage::new_from_source(vips::VSource::new_from_file(name.constData()), "",
+                                             vips::VImage::option()->set("fail_on", kFailOn));
+    return vips::VImage::new_from_file(name.constData(), vips::VImage::option()->set("fail_on", kFailOn));
+}
+
+} // namespace
+
+bool ImageDecoder::fitsPixelLimit(qint64 width, qint64 height)
+{
+    return width > 0 && height > 0 && width * height <= kMaxPixels;
+}
+
+bool ImageDecoder::isCameraRaw(const QString& path)
+{
+    static const QStringList extensions{QStringLiteral("cr2"), QStringLiteral("arw"), QStringLiteral("nef"),
+                                        QStringLiteral("dng"), QStringLiteral("raw")};
+    return extensions.contains(QFileInfo(path).suffix().toLower());
+}
+
+std::optional<vips::VImage> ImageDecoder::decode(const QString& path)
+{
+    if (!VipsRuntime::ensureStarted())
+        return std::nullopt;
+    if (isCameraRaw(path))
+        return decodeCameraRaw(path);
+    try {
+        vips::VImage image = loadLazily(path);
+        if (!fitsPixelLimit(image.width(), image.height())) {
+            qCWarning(lcCompression) << "refused" << image.width() << "x" << image.height() << "pixels:"
+                                     << QFileInfo(path).fileName();
+            return std::nullopt;
+        }
+        image = toSRGB8(image.autorot());
+        return image.copy_memory();
+    } catch (const vips::VError& error) {
+        qCDebug(lcCompression) << "decode error:" << error.what();
+        return std::nullopt;
+    }
+}
+
+vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
+{
+    if (image.get_typeof(VIPS_META_ICC_NAME) != 0) {
+        try {
+            image = image.icc_transform("srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
+        } catch (const vips::VError&) {
+            // A profile that does not fit the pixels (or is damaged) is ignored, as if absent.
+            image.remove(VIPS_META_ICC_NAME);
+        }
+    }
+    if (image.interpretation() != VIPS_INTERPRETATION_sRGB) {
+        try {
+            image = image.colourspace(VIPS_INTERPRETATION_sRGB);
+        } catch (const vips::VError&) {
+            // Unusual interpretations (multiband, histogram...): keep the numbers as they are.
+        }
+    }
+    if (image.format() != VIPS_FORMAT_UCHAR)
+        image = image.cast(VIPS_FORMAT_UCHAR,
+                           vips::VImage::option()->set("shift", image.format() == VIPS_FORMAT_USHORT));
+
+    const int bands = image.bands();
+    if (bands <= 2) {
+        const vips::VImage grey = image.extract_band(0);
+        const vips::VImage rgb = grey.bandjoin({grey, grey});
+        image = bands == 2 ? rgb.bandjoin(image.extract_band(1)) : rgb;
+    } else if (bands > 4) {
+        image = image.extract_band(0, vips::VImage::option()->set("n", 3));
+    }
+    return image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
+{
+    // LibRaw's processor holds large tables; keep it off the stack.
+    auto processor = std::make_unique<LibRaw>();
+    if (processor->open_file(QFile::encodeName(path).constData()) != LIBRAW_SUCCESS)
+        return std::nullopt;
+    const libraw_image_sizes_t& sizes = processor->imgdata.sizes;
+    if (!fitsPixelLimit(sizes.raw_width, sizes.raw_height) || !fitsPixelLimit(sizes.width, sizes.height))
+        return std::nullopt;
+
+    libraw_output_params_t& params = processor->imgdata.params;
+    params.output_bps = 8;
+    params.output_color = 1; // sRGB
+    params.use_camera_wb = 1;
+    if (processor->unpack() != LIBRAW_SUCCESS || processor->dcraw_process() != LIBRAW_SUCCESS)
+        return std::nullopt;
+
+    int status = LIBRAW_SUCCESS;
+    const std::unique_ptr<libraw_processed_image_t, LibRawImageFree> bitmap(processor->dcraw_make_mem_image(&status));
+    if (!bitmap || status != LIBRAW_SUCCESS || bitmap->type != LIBRAW_IMAGE_BITMAP || bitmap->bits != 8
+        || (bitmap->colors != 3 && bitmap->colors != 1))
+        return std::nullopt;
+    try {
+        const vips::VImage wrapped = vips::VImage::new_from_memory(bitmap->data, bitmap->data_size, bitmap->width,
+                                                                   bitmap->height, bitmap->colors,
+                                                                   VIPS_FORMAT_UCHAR);
+        // The wrapper borrows LibRaw's buffer; copy before it is freed.
+        return toSRGB8(wrapped).copy_memory();
+    } catch (const vips::VError& error) {
+        qCDebug(lcCompression) << "raw decode error:" << error.what();
+        return std::nullopt;
+    }
+}
+
+int ImageDecoder::pdfPageCount(const QString& path)
+{
+    if (!VipsRuntime::ensureStarted())
+        return 0;
+    try {
+        const vips::VImage document = vips::VImage::pdfload(QFile::encodeName(path).constData());
+        return document.get_typeof("n-pages") != 0 ? document.get_int("n-pages") : 1;
+    } catch (const vips::VError&) {
+        return 0;
+    }
+}
+
+std::optional<vips::VImage> ImageDecoder::renderPDFPage(const QString& path, int pageIndex)
+{
+    if (!VipsRuntime::ensureStarted() || pageIndex < 0)
+        return std::nullopt;
+    try {
+        vips::VImage page = vips::VImage::pdfload(QFile::encodeName(path).constData(),
+                                                  vips::VImage::option()
+                                                      ->set("page", pageIndex)
+                                                      ->set("n", 1)
+                                                      ->set("scale", kPDFScale)
+                                                      ->set("fail_on", kFailOn));
+        if (!fitsPixelLimit(page.width(), page.height()))
+            return std::nullopt;
+        page = toSRGB8(page);
+        if (page.bands() == 4)
+            page = page.flatten(vips::VImage::option()->set("background", std::vector<double>{255, 255, 255}));
+        return page.cast(VIPS_FORMAT_UCHAR).copy_memory();
+    } catch (const vips::VError& error) {
+        qCDebug(lcCompression) << "pdf render error:" << error.what();
+        return std::nullopt;
+    }
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <optional>
+
+#include <QByteArray>
+#include <QString>
+
+/**
+ * Where an output file goes, and the one safe way to put it there.
+ *
+ * The name is folder/base.ext, or base_2.ext, base_3.ext ... when something already exists under
+ * the name. Bytes are written to a temporary file in the destination folder first and then moved
+ * to the first free name without ever replacing an existing file, so a crash or a full disk
+ * leaves no half-written output, and a file that appears meanwhile is never clobbered: its name
+ * is simply skipped.
+ * @code
+ * const OutputTarget target(QStringLiteral("/photos"), QStringLiteral("a-web"), QStringLiteral("jpg"));
+ * if (const auto written = target.write(bytes))
+ *     qDebug() << "wrote" << *written; // "/photos/a-web.jpg", or "/photos/a-web_2.jpg" if taken
+ * @endcode
+ */
+class OutputTarget final
+{
+public:
+    OutputTarget(QString folder, QString baseName, QString extension);
+    /// A target that only ever uses `path` itself (no numbered alternatives).
+    static OutputTarget exactly(const QString& path);
+
+    /// The path for attempt `n` (1: base.ext, n >= 2: base_n.ext).
+    QString pathFor(int n) const;
+    /// The first path at which nothing exists now.
+    QString candidatePath() const;
+
+    /**
+     * Writes `bytes` under the first free name and returns that path; nothing on failure (logged
+     * as "Write FAILED path=... err=..."), in which case no file is left behind.
+     */
+    std::optional<QString> write(const QByteArray& bytes) const;
+
+private:
+    enum class Placement { Placed, Taken, Failed };
+    static Placement place(const QByteArray& temporary, const QByteArray& final, int* error);
+
+    QString m_folder;
+    QString m_baseName;
+    QString m_extension;
+    bool m_numbered = true;
+};

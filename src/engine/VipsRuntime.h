@@ -1,0 +1,14 @@
+#pragma once
+
+/**
+ * One-time start-up of libvips for the whole process.
+ *
+ * Safe to call from any thread any number of times; the first call initialises the library and
+ * turns the operation cache off, so that no decoded file stays open after a job.
+ */
+class VipsRuntime final
+{
+public:
+    /// True when libvips is usable.
+    static bool ensureStarted();
+};
