@@ -8,7 +8,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 
 #include "cli/CliOutput.h"
 #include "engine/AppGroupDefaults.h"
@@ -145,19 +144,27 @@ std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLin
 
 QByteArray CompressCommand::jsonReport(const SessionResult& session)
 {
-    QJsonArray results;
-    for (const CompressionResult& result : session.results) {
-        results.append(QJsonObject{
-            {QStringLiteral("source"), result.sourceURL},
-            {QStringLiteral("output"), result.outputURL ? QJsonValue(*result.outputURL) : QJsonValue()},
-            {QStringLiteral("originalSize"), result.originalSize},
-            {QStringLiteral("compressedSize"), result.compressedSize},
-            {QStringLiteral("error"),
-             result.error ? QJsonValue(CompressorErrors::errorDescription(*result.error)) : QJsonValue()},
-        });
+    // Written by hand to keep the fields in their documented order (QJsonObject sorts keys).
+    const auto text = [](const std::optional<QString>& value) -> QByteArray {
+        if (!value)
+            return QByteArrayLiteral("null");
+        const QByteArray array = QJsonDocument(QJsonArray{*value}).toJson(QJsonDocument::Compact);
+        return array.mid(1, array.size() - 2);
+    };
+    QByteArray json = QByteArrayLiteral("{\n  \"results\": [");
+    for (qsizetype i = 0; i < session.results.size(); ++i) {
+        const CompressionResult& result = session.results[i];
+        const std::optional<QString> error = result.error ? std::optional(CompressorErrors::errorDescription(*result.error))
+                                                          : std::nullopt;
+        json += (i == 0 ? "\n    " : ",\n    ");
+        json += "{\"source\": " + text(result.sourceURL) + ", \"output\": " + text(result.outputURL)
+                + ", \"originalSize\": " + QByteArray::number(result.originalSize)
+                + ", \"compressedSize\": " + QByteArray::number(result.compressedSize) + ", \"error\": " + text(error)
+                + "}";
     }
-    const QJsonObject report{{QStringLiteral("results"), results}, {QStringLiteral("summary"), session.summary()}};
-    return QJsonDocument(report).toJson(QJsonDocument::Indented);
+    json += (session.results.isEmpty() ? "],\n" : "\n  ],\n");
+    json += "  \"summary\": " + text(session.summary()) + "\n}\n";
+    return json;
 }
 
 int CompressCommand::run(const QStringList& arguments)

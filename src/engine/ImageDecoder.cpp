@@ -16,6 +16,10 @@ namespace {
 // bytes after the image in many camera files) are not.
 constexpr VipsFailOn kFailOn = VIPS_FAIL_ON_ERROR;
 
+// One byte per eight sensor pixels: far below any real RAW encoding (lossless ones need
+// roughly a byte per pixel), far above a file that holds only headers.
+constexpr qint64 kMinRawPixelsPerByte = 8;
+
 struct LibRawImageFree
 {
     void operator()(libraw_processed_image_t* image) const { LibRaw::dcraw_clear_mem(image); }
@@ -90,7 +94,7 @@ vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
     const int bands = image.bands();
     if (bands <= 2) {
         const vips::VImage grey = image.extract_band(0);
-        const vips::VImage rgb = grey.bandjoin({grey, grey});
+        const vips::VImage rgb = vips::VImage::bandjoin({grey, grey, grey});
         image = bands == 2 ? rgb.bandjoin(image.extract_band(1)) : rgb;
     } else if (bands > 4) {
         image = image.extract_band(0, vips::VImage::option()->set("n", 3));
@@ -107,12 +111,21 @@ std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
     const libraw_image_sizes_t& sizes = processor->imgdata.sizes;
     if (!fitsPixelLimit(sizes.raw_width, sizes.raw_height) || !fitsPixelLimit(sizes.width, sizes.height))
         return std::nullopt;
+    // Sensor data takes several bits per pixel even when compressed. A file far smaller than
+    // that holds only its headers (the data stripped or cut off), and LibRaw would happily
+    // "decode" the missing part as noise.
+    const qint64 sensorPixels = qint64(sizes.raw_width) * sizes.raw_height;
+    if (QFileInfo(path).size() < sensorPixels / kMinRawPixelsPerByte)
+        return std::nullopt;
+    bool dataError = false;
+    processor->set_dataerror_handler([](void* flag, const char*, int) { *static_cast<bool*>(flag) = true; },
+                                     &dataError);
 
     libraw_output_params_t& params = processor->imgdata.params;
     params.output_bps = 8;
     params.output_color = 1; // sRGB
     params.use_camera_wb = 1;
-    if (processor->unpack() != LIBRAW_SUCCESS || processor->dcraw_process() != LIBRAW_SUCCESS)
+    if (processor->unpack() != LIBRAW_SUCCESS || dataError || processor->dcraw_process() != LIBRAW_SUCCESS)
         return std::nullopt;
 
     int status = LIBRAW_SUCCESS;

@@ -7,7 +7,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include "engine/FormatEncoder.h"
 #include "engine/ImageCompressor.h"
 #include "engine/ImageDecoder.h"
 #include "engine/ImageScaler.h"
@@ -15,12 +14,14 @@
 #include "engine/SizeLimitedWriter.h"
 #include "engine/VipsRuntime.h"
 
+#include "EngineFixtures.h"
+
 using Qualities = QList<double>;
 using Scales = QList<double>;
 
 namespace {
 
-const QString kPhoto = QStringLiteral(BREVONA_TEST_DATA "/portrait-1200x1800.jpg");
+const QString kPhoto = EngineFixtures::dataPath(QStringLiteral("portrait-1200x1800.jpg"));
 
 CompressionSettings limitedTo(qint64 kb, CompressionMode mode = CompressionMode::Balanced)
 {
@@ -210,7 +211,7 @@ private Q_SLOTS:
         QVERIFY(chosen != tried.cend());
         QCOMPARE(chosen->scale, finalScale);
         QCOMPARE(chosen->quality, finalQuality);
-        QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{"a.jpg"});
+        QCOMPARE(EngineFixtures::entries(dir.path()), QStringList{"a.jpg"});
     }
 
     // The PNG search on a 1000 x 500 image with a codec of known sizes (header + 3 bytes a pixel);
@@ -296,7 +297,7 @@ private Q_SLOTS:
         if (path)
             QCOMPARE(QFileInfo(*path).size(), written);
         else
-            QVERIFY(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).isEmpty());
+            QVERIFY(EngineFixtures::entries(dir.path()).isEmpty());
     }
 
     // The real codecs on a photo: a 1 KB limit is out of reach, so the search ends at scale 0.2

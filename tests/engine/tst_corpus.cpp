@@ -1,0 +1,109 @@
+#include <vips/vips8>
+
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include "EngineFixtures.h"
+#include "engine/ImageCompressor.h"
+
+using namespace EngineFixtures;
+
+namespace {
+
+// Files above this size are left out so that the suite stays quick on two cores; they are the
+// large camera photos and long PDFs, which the benchmarks cover.
+constexpr qint64 kMaxFileSize = 1'000'000;
+
+const QString kCorpus = QStringLiteral(BREVONA_CORPUS);
+
+/// path -> (lenient decode, strict decode) columns of the corpus inventory.
+QHash<QString, QPair<QString, QString>> inventory()
+{
+    QHash<QString, QPair<QString, QString>> rows;
+    QFile file(kCorpus + QStringLiteral("/inventory.tsv"));
+    if (!file.open(QIODevice::ReadOnly))
+        return rows;
+    file.readLine(); // header
+    while (!file.atEnd()) {
+        const QStringList columns = QString::fromUtf8(file.readLine()).chopped(1).split(QLatin1Char('\t'));
+        if (columns.size() >= 8)
+            rows.insert(columns[0], {columns[6], columns[7]});
+    }
+    return rows;
+}
+
+} // namespace
+
+class TestCorpus final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!QFileInfo(kCorpus).isDir())
+            QSKIP("the shared test corpus is not present next to the source tree");
+    }
+
+    void everyFileEndsInAResult_data()
+    {
+        QTest::addColumn<QString>("folder");
+        for (const char* folder : {"photos", "png", "formats", "raw", "pdf", "malformed"})
+            QTest::newRow(folder) << QString::fromLatin1(folder);
+    }
+    void everyFileEndsInAResult()
+    {
+        QFETCH(QString, folder);
+        const auto expected = inventory();
+        QTemporaryDir out;
+        CompressionSettings settings;
+        settings.outputLocation = OutputLocation::CustomFolder;
+        settings.customFolderURL = out.path();
+        settings.limitLongestEdge = true; // keeps the encode of the larger files short
+
+        int succeeded = 0;
+        int failed = 0;
+        int skipped = 0;
+        QStringList surprises;
+        QDirIterator it(kCorpus + QLatin1Char('/') + folder, QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            const QString relative = QDir(kCorpus).relativeFilePath(path);
+            if (QFileInfo(path).size() > kMaxFileSize && !relative.startsWith(QLatin1String("malformed/bombs/"))) {
+                ++skipped;
+                continue;
+            }
+            if (!expected.contains(relative)) // licences and READMEs
+                continue;
+            const QByteArray before = sha256(path);
+            const CompressionResult result = ImageCompressor::shared().compressOne(path, settings);
+            QCOMPARE(sha256(path), before);
+            QCOMPARE(result.sourceURL, path);
+            QVERIFY2(result.succeeded() || result.error, qPrintable(relative));
+            if (result.succeeded()) {
+                ++succeeded;
+                const vips::VImage written = vips::VImage::new_from_file(result.outputURL->toUtf8().constData());
+                QVERIFY2(written.width() > 0 && written.width() <= settings.longestEdgePx, qPrintable(relative));
+                QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
+                QFile::remove(*result.outputURL);
+            } else {
+                ++failed;
+                QCOMPARE(result.error, std::optional(CompressorError::CannotDecode));
+                // Outside the deliberately broken files, what libvips reads strictly must come out.
+                if (folder != QLatin1String("malformed") && expected.value(relative).second == QLatin1String("ok"))
+                    surprises.append(relative);
+            }
+            if (relative.startsWith(QLatin1String("malformed/bombs/")) && relative.contains(QLatin1String("giant")))
+                QVERIFY2(!result.succeeded(), qPrintable(relative));
+        }
+        qInfo("%s: %d written, %d refused, %d over %lld bytes left out", qPrintable(folder), succeeded, failed,
+              skipped, kMaxFileSize);
+        QVERIFY2(surprises.isEmpty(), qPrintable(surprises.join(QLatin1Char(' '))));
+        QCOMPARE(entries(out.path()), QStringList{});
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCorpus)
+#include "tst_corpus.moc"

@@ -1,0 +1,185 @@
+#include <cmath>
+
+#include <vips/vips8>
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include "EngineFixtures.h"
+#include "engine/FormatEncoder.h"
+#include "engine/ImageDecoder.h"
+
+using namespace EngineFixtures;
+
+namespace {
+
+vips::VImage photo()
+{
+    return *ImageDecoder::decode(dataPath(QStringLiteral("orient1-360x240.jpg")));
+}
+
+/// 64 x 64: opaque gradient on the left, half-transparent orange on the right, clear top rows.
+vips::VImage translucent()
+{
+    const vips::VImage x = vips::VImage::xyz(64, 64).extract_band(0) * 4;
+    const vips::VImage left = vips::VImage::bandjoin({x, x, 255 - x, vips::VImage::black(64, 64) + 255}).crop(0, 0, 32, 64);
+    const vips::VImage right = vips::VImage::black(32, 64).new_from_image({200, 100, 50, 128});
+    vips::VImage image = left.join(right, VIPS_DIRECTION_HORIZONTAL).cast(VIPS_FORMAT_UCHAR);
+    image = image.insert(vips::VImage::black(64, 8).new_from_image({10, 200, 10, 0}).cast(VIPS_FORMAT_UCHAR), 0, 0);
+    return image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB)).copy_memory();
+}
+
+vips::VImage decodeBytes(const QByteArray& bytes)
+{
+    // The loader reads the buffer lazily; copy_memory decodes everything while `bytes` lives.
+    return vips::VImage::new_from_buffer(bytes.constData(), size_t(bytes.size()), "").copy_memory();
+}
+
+double meanDifference(const vips::VImage& a, const vips::VImage& b)
+{
+    return (a.cast(VIPS_FORMAT_FLOAT) - b.cast(VIPS_FORMAT_FLOAT)).abs().avg();
+}
+
+} // namespace
+
+class TestFormatEncoder final : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void roundTripsWithinTolerance_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<double>("quality");
+        QTest::addColumn<QString>("loader");
+        QTest::addColumn<double>("tolerance"); // mean absolute difference per sample
+        QTest::newRow("jpeg 0.95") << "public.jpeg" << 0.95 << "jpegload_buffer" << 2.5;
+        QTest::newRow("jpeg 0.65") << "public.jpeg" << 0.65 << "jpegload_buffer" << 5.0;
+        QTest::newRow("png") << "public.png" << 1.0 << "pngload_buffer" << 0.0;
+        QTest::newRow("webp 0.82") << "webp" << 0.82 << "webpload_buffer" << 5.0;
+        QTest::newRow("avif 1.0") << "public.avif" << 1.0 << "heifload_buffer" << 2.0;
+        QTest::newRow("avif 0.82") << "public.avif" << 0.82 << "heifload_buffer" << 5.0;
+    }
+    void roundTripsWithinTolerance()
+    {
+        QFETCH(QString, type);
+        QFETCH(double, quality);
+        QFETCH(QString, loader);
+        QFETCH(double, tolerance);
+        const vips::VImage source = photo();
+        const auto bytes = FormatEncoder::encode(source, type, quality);
+        QVERIFY(bytes && !bytes->isEmpty());
+        const vips::VImage decoded = decodeBytes(*bytes);
+        QCOMPARE(QString::fromUtf8(decoded.get_string("vips-loader")), loader);
+        QCOMPARE(decoded.width(), source.width());
+        QCOMPARE(decoded.height(), source.height());
+        const double difference = meanDifference(decoded.extract_band(0, vips::VImage::option()->set("n", 3)), source);
+        QVERIFY2(difference <= tolerance, qPrintable(QString::number(difference)));
+    }
+
+    void writesNoMetadata_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::newRow("jpeg") << "public.jpeg";
+        QTest::newRow("png") << "public.png";
+        QTest::newRow("webp") << "webp";
+        QTest::newRow("avif") << "public.avif";
+    }
+    void writesNoMetadata()
+    {
+        QFETCH(QString, type);
+        // A decoded camera-style file still carries its EXIF block and a profile in memory.
+        const vips::VImage source = *ImageDecoder::decode(dataPath(QStringLiteral("shoes-adobergb-150x100.jpg")));
+        const auto bytes = FormatEncoder::encode(source, type, 0.8);
+        QVERIFY(bytes);
+        const vips::VImage decoded = decodeBytes(*bytes);
+        for (const char* field : {VIPS_META_EXIF_NAME, VIPS_META_ICC_NAME, VIPS_META_XMP_NAME, VIPS_META_IPTC_NAME})
+            QVERIFY2(decoded.get_typeof(field) == 0, field);
+    }
+
+    void lowerQualityGivesSmallerFiles_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::newRow("jpeg") << "public.jpeg";
+        QTest::newRow("webp") << "webp";
+        QTest::newRow("avif") << "public.avif";
+    }
+    void lowerQualityGivesSmallerFiles()
+    {
+        QFETCH(QString, type);
+        const vips::VImage source = photo();
+        const auto high = FormatEncoder::encode(source, type, 0.95);
+        const auto low = FormatEncoder::encode(source, type, 0.65);
+        QVERIFY(high && low);
+        QVERIFY2(low->size() < high->size(), qPrintable(QStringLiteral("%1 >= %2").arg(low->size()).arg(high->size())));
+    }
+
+    void keepsStraightAlpha_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<double>("tolerance");
+        QTest::newRow("png") << "public.png" << 0.0;
+        QTest::newRow("webp") << "webp" << 6.0;
+        QTest::newRow("avif") << "public.avif" << 6.0;
+    }
+    void keepsStraightAlpha()
+    {
+        QFETCH(QString, type);
+        QFETCH(double, tolerance);
+        const vips::VImage source = translucent();
+        const auto bytes = FormatEncoder::encode(source, type, 1.0);
+        QVERIFY(bytes);
+        vips::VImage decoded = decodeBytes(*bytes);
+        QCOMPARE(decoded.bands(), 4);
+        // Half-transparent orange must keep its colour, not come back darkened by its alpha.
+        const auto value = decoded.getpoint(48, 40);
+        const double expected[] = {200, 100, 50, 128};
+        for (int band = 0; band < 4; ++band)
+            QVERIFY2(std::abs(value[band] - expected[band]) <= tolerance,
+                     qPrintable(QStringLiteral("band %1: %2").arg(band).arg(value[band])));
+        QVERIFY(decoded.getpoint(5, 2)[3] <= tolerance); // still clear
+    }
+
+    void jpegFlattensAlphaOntoWhite()
+    {
+        const auto bytes = FormatEncoder::encode(translucent(), QStringLiteral("public.jpeg"), 0.95);
+        QVERIFY(bytes);
+        vips::VImage decoded = decodeBytes(*bytes);
+        QCOMPARE(decoded.bands(), 3);
+        for (const double v : decoded.getpoint(32, 1)) // fully transparent green row
+            QVERIFY2(v > 245, qPrintable(QString::number(v)));
+        const auto half = decoded.getpoint(48, 40); // orange at half alpha over white
+        QVERIFY(std::abs(half[0] - 227) < 8 && std::abs(half[1] - 177) < 8 && std::abs(half[2] - 152) < 8);
+    }
+
+    void refusesUnknownTypes()
+    {
+        QVERIFY(!FormatEncoder::encode(photo(), QStringLiteral("public.heic"), 0.8));
+        QVERIFY(!FormatEncoder::encode(photo(), QString(), 0.8));
+    }
+
+    void measuresPNGSize()
+    {
+        const vips::VImage source = translucent();
+        const auto bytes = FormatEncoder::encode(source, QStringLiteral("public.png"), 1.0);
+        QVERIFY(bytes);
+        QCOMPARE(FormatEncoder::encodedPNGSize(source), qint64(bytes->size()));
+    }
+
+    void writeEncodedCreatesButNeverReplaces()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("out.webp"));
+        QVERIFY(FormatEncoder::writeEncoded(photo(), QStringLiteral("webp"), path, 0.8));
+        const QByteArray first = sha256(path);
+        QCOMPARE(vips::VImage::new_from_file(path.toUtf8().constData()).width(), 360);
+        QVERIFY(!FormatEncoder::writeEncoded(translucent(), QStringLiteral("public.png"), path, 1.0));
+        QCOMPARE(sha256(path), first);
+        QVERIFY(!FormatEncoder::writeEncoded(photo(), QStringLiteral("public.jpeg"),
+                                             dir.filePath(QStringLiteral("missing/out.jpg")), 0.8));
+        QCOMPARE(entries(dir.path()), QStringList{"out.webp"});
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFormatEncoder)
+#include "tst_formatencoder.moc"
