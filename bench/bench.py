@@ -37,6 +37,7 @@ class Tool:
     ext: str
     runs: int | None = None  # overrides the job's count (for very slow peers)
     brevona: bool = False
+    writes: bool = True  # False for a tool that only reads (the decode-only yardstick)
 
 
 @dataclass
@@ -106,7 +107,7 @@ class Runner:
             if result["error"] or not result["output"]:
                 raise RuntimeError(result["error"] or "no output")
             out = Path(result["output"])
-        if not out.exists():
+        if tool.writes and not out.exists():
             raise RuntimeError("no output written")
         return wall, (int(rss), float(user) + float(system)), out
 
@@ -123,9 +124,10 @@ class Runner:
                 m.cpu.append(cpu)
                 if sum(m.times) > TOOL_BUDGET_S:
                     break
-            m.out_bytes = out.stat().st_size
-            m.output = keep / f"{tool.name}.{tool.ext}"
-            shutil.move(out, m.output)
+            if tool.writes:
+                m.out_bytes = out.stat().st_size
+                m.output = keep / f"{tool.name}.{tool.ext}"
+                shutil.move(out, m.output)
         except (RuntimeError, json.JSONDecodeError, KeyError, IndexError) as e:
             m.error = str(e)[:80]
         if job.ssim and m.output:
@@ -369,8 +371,8 @@ def limit_multiple(runner, job, ours):
     single_tool = Tool("brevona", "", [a for a in ours.tool.argv if a not in ("--max-size", "500")], "", brevona=True)
     single = runner.measure(Job(job.key + "-single", "", job.source, [], 3), single_tool)
     decode = runner.measure(Job(job.key + "-decode", "", job.source, [], 3),
-                            Tool("decode", "", ["vips", "avg", "{in}"], "none"))
-    if single.error:
+                            Tool("decode", "", ["vips", "avg", "{in}"], "", writes=False))
+    if single.error or decode.error:
         return None
     dec = statistics.median(decode.times) if decode.times else 0.0
     enc = single.time - dec
