@@ -31,11 +31,15 @@ struct LibRawImageFree
 vips::VImage loadLazily(const QString& path)
 {
     const QByteArray name = QFile::encodeName(path);
+    // Read top to bottom straight into the one in-memory copy; random access would make the
+    // loader decode into a buffer of its own first and double the memory and the copying.
+    const auto options = [] {
+        return vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL);
+    };
     // A file name ending in "]" would be read as load options; a source has no such syntax.
     if (name.endsWith(']'))
-        return vips::VImage::new_from_source(vips::VSource::new_from_file(name.constData()), "",
-                                             vips::VImage::option()->set("fail_on", kFailOn));
-    return vips::VImage::new_from_file(name.constData(), vips::VImage::option()->set("fail_on", kFailOn));
+        return vips::VImage::new_from_source(vips::VSource::new_from_file(name.constData()), "", options());
+    return vips::VImage::new_from_file(name.constData(), options());
 }
 
 quint32 bigEndian32(const uchar* p)
@@ -123,8 +127,10 @@ std::optional<vips::VImage> ImageDecoder::decode(const QString& path)
                                      << QFileInfo(path).fileName();
             return std::nullopt;
         }
-        image = toSRGB8(image.autorot());
-        return image.copy_memory();
+        // Turning the image reads it out of order, so a turned image is decoded into memory first.
+        if (vips_image_get_orientation(image.get_image()) > 1)
+            image = image.copy_memory().autorot();
+        return toSRGB8(image).copy_memory();
     } catch (const vips::VError& error) {
         qCDebug(lcCompression) << "decode error:" << error.what();
         return std::nullopt;
