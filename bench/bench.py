@@ -380,7 +380,7 @@ def limit_multiple(runner, job, ours):
     return multiple, (f"One unlimited Brevona compress of the same file: {single.time:.2f} s; decoding alone "
                       f"(`vips avg`): {dec:.2f} s. The size-limited search costs {multiple:.1f} encodes at the mode's "
                       f"quality ({ours.time / single.time:.1f}x the unlimited compress); when the photo fits at full "
-                      "size it makes 8 encodes, one per bisection round, at qualities from 0.425 up.")
+                      "size it makes 8 encodes, one per bisection round, the first at quality 0.425.")
 
 
 def targets(results, extras):
