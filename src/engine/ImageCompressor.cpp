@@ -29,6 +29,15 @@ qint64 fileSize(const QString& path)
     return info.exists() ? info.size() : 0;
 }
 
+/// A result for `path` with only the source's side filled in.
+CompressionResult resultFor(const QString& path)
+{
+    CompressionResult result;
+    result.sourceURL = path;
+    result.originalSize = fileSize(path);
+    return result;
+}
+
 /// Encodes `image` as `format` and writes it to the first free name of `target`: one encode at the
 /// mode's quality, or the size-limited search when `limitOutputFileSize` is on.
 std::optional<QString> writeImage(const vips::VImage& image, OutputFormat format, const OutputTarget& target,
@@ -104,9 +113,7 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
     const ScopedAccess sourceAccess(sourcePath);
     const ScopedAccess folderAccess(source.absolutePath());
 
-    CompressionResult result;
-    result.sourceURL = sourcePath;
-    result.originalSize = fileSize(sourcePath);
+    CompressionResult result = resultFor(sourcePath);
     qCDebug(lcCompression).noquote() << QStringLiteral("compressOne: %1").arg(source.fileName());
 
     std::optional<vips::VImage> image = ImageDecoder::decode(sourcePath);
@@ -145,9 +152,7 @@ CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int p
     const ScopedAccess sourceAccess(pdfPath);
     const ScopedAccess folderAccess(source.absolutePath());
 
-    CompressionResult result;
-    result.sourceURL = pdfPath;
-    result.originalSize = fileSize(pdfPath);
+    CompressionResult result = resultFor(pdfPath);
 
     const int pages = ImageDecoder::pdfPageCount(pdfPath);
     const std::optional<vips::VImage> page = pageIndex < pages ? ImageDecoder::renderPDFPage(pdfPath, pageIndex)
