@@ -19,7 +19,7 @@
  *   coarsest), the same linear scale as later libavif releases' 0...100 quality; 4:2:0 chroma
  *   below quality 1.0 and 4:4:4 at 1.0.
  * JPEG has no alpha: transparent pixels are flattened onto white. WebP receives straight
- * (not premultiplied) RGBA.
+ * (not premultiplied) RGBA, or RGB for an opaque image.
  * @code
  * const auto bytes = FormatEncoder::encode(image, QStringLiteral("public.jpeg"), 0.8);
  * @endcode
