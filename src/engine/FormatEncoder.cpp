@@ -135,15 +135,26 @@ std::optional<QByteArray> FormatEncoder::encodePNG(const vips::VImage& image)
 
 std::optional<QByteArray> FormatEncoder::encodeWebP(const vips::VImage& image, double quality)
 {
-    size_t length = 0;
-    const auto pixels = packedPixels(image, 4, &length);
     const int width = image.width();
     const int height = image.height();
-    if (!pixels || length != static_cast<size_t>(width) * height * 4)
-        return std::nullopt;
+    const auto factor = static_cast<float>(quality * 100.0);
     uint8_t* output = nullptr;
-    const size_t size = WebPEncodeRGBA(pixels.get(), width, height, width * 4, static_cast<float>(quality * 100.0),
-                                       &output);
+    size_t size = 0;
+    if ((image.bands() == 3 || image.bands() == 4) && image.format() == VIPS_FORMAT_UCHAR) {
+        // Decoded images are one packed buffer in memory already: the encoder reads it in place.
+        // Opaque ones go through the RGB entry of the same one-call encoder, which makes the same
+        // stream as RGBA with every alpha at 255 without first copying the image with a fourth band.
+        const vips::VImage memory = image.copy_memory(); // no copy when it is in memory
+        const auto* pixels = static_cast<const uint8_t*>(memory.data());
+        size = memory.bands() == 4 ? WebPEncodeRGBA(pixels, width, height, width * 4, factor, &output)
+                                   : WebPEncodeRGB(pixels, width, height, width * 3, factor, &output);
+    } else {
+        size_t length = 0;
+        const auto pixels = packedPixels(image, 4, &length);
+        if (!pixels || length != static_cast<size_t>(width) * height * 4)
+            return std::nullopt;
+        size = WebPEncodeRGBA(pixels.get(), width, height, width * 4, factor, &output);
+    }
     const std::unique_ptr<uint8_t, WebPBufferFree> owned(output);
     if (size < 1 || !owned)
         return std::nullopt;

@@ -7,11 +7,10 @@
 #include <QFileInfo>
 #include <QtConcurrent/QtConcurrentRun>
 
-#include "engine/CompressionMode.h"
-#include "engine/FormatEncoder.h"
 #include "engine/ImageDecoder.h"
 #include "engine/ImageScaler.h"
 #include "engine/OutputTarget.h"
+#include "engine/SizeLimitedWriter.h"
 #include "platform/Logging.h"
 #include "platform/ScopedAccess.h"
 
@@ -39,23 +38,12 @@ CompressionResult resultFor(const QString& path)
     return result;
 }
 
-/**
- * Encodes `image` as `format` and writes it to the first free name of `target`.
- *
- * This is where `limitOutputFileSize` will switch to the size-limited search, which encodes its
- * candidates in memory and hands back the bytes of the last one. Until that search exists, a
- * limited batch is encoded once at the mode's quality, like an unlimited one.
- */
+/// Encodes `image` as `format` and writes it to the first free name of `target`: one encode at the
+/// mode's quality, or the size-limited search when `limitOutputFileSize` is on.
 std::optional<QString> writeImage(const vips::VImage& image, OutputFormat format, const OutputTarget& target,
                                   const CompressionSettings& settings)
 {
-    const double quality = format == OutputFormat::Png
-                               ? 1.0
-                               : CompressionModes::quality(settings.compressionMode, format);
-    const std::optional<QByteArray> bytes = FormatEncoder::encode(image, OutputFormats::typeIdentifier(format), quality);
-    if (!bytes)
-        return std::nullopt;
-    return target.write(*bytes);
+    return SizeLimitedWriter(format, settings).write(image, target);
 }
 
 } // namespace

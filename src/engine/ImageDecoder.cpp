@@ -1,11 +1,14 @@
 #include "engine/ImageDecoder.h"
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
 
 #include <libraw/libraw.h>
 
 #include <QFile>
 #include <QFileInfo>
+#include <QStringList>
 
 #include "engine/VipsRuntime.h"
 #include "platform/Logging.h"
@@ -28,11 +31,73 @@ struct LibRawImageFree
 vips::VImage loadLazily(const QString& path)
 {
     const QByteArray name = QFile::encodeName(path);
+    // Read top to bottom straight into the one in-memory copy; random access would make the
+    // loader decode into a buffer of its own first and double the memory and the copying.
+    const auto options = [] {
+        return vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL);
+    };
     // A file name ending in "]" would be read as load options; a source has no such syntax.
     if (name.endsWith(']'))
-        return vips::VImage::new_from_source(vips::VSource::new_from_file(name.constData()), "",
-                                             vips::VImage::option()->set("fail_on", kFailOn));
-    return vips::VImage::new_from_file(name.constData(), vips::VImage::option()->set("fail_on", kFailOn));
+        return vips::VImage::new_from_source(vips::VSource::new_from_file(name.constData()), "", options());
+    return vips::VImage::new_from_file(name.constData(), options());
+}
+
+quint32 bigEndian32(const uchar* p)
+{
+    return quint32(p[0]) << 24 | quint32(p[1]) << 16 | quint32(p[2]) << 8 | quint32(p[3]);
+}
+
+/// The profile's description tag ("desc": ASCII in version 2 profiles, UTF-16 in version 4).
+QString profileDescription(const uchar* icc, size_t length)
+{
+    if (length < 132)
+        return {};
+    const quint32 tags = bigEndian32(icc + 128);
+    for (quint32 i = 0; i < tags && 144 + 12 * size_t(i) <= length; ++i) {
+        const uchar* entry = icc + 132 + 12 * size_t(i);
+        if (std::memcmp(entry, "desc", 4) != 0)
+            continue;
+        const size_t offset = bigEndian32(entry + 4);
+        const size_t size = bigEndian32(entry + 8);
+        if (offset > length || size > length - offset || size < 12)
+            return {};
+        const uchar* tag = icc + offset;
+        if (std::memcmp(tag, "desc", 4) == 0) {
+            const size_t count = std::min<size_t>(bigEndian32(tag + 8), size - 12);
+            return QString::fromLatin1(reinterpret_cast<const char*>(tag + 12), qsizetype(count)).remove(QChar(0));
+        }
+        if (std::memcmp(tag, "mluc", 4) == 0 && size >= 28) {
+            const size_t textLength = bigEndian32(tag + 20);
+            const size_t textOffset = bigEndian32(tag + 24);
+            if (textOffset > size || textLength > size - textOffset)
+                return {};
+            QString text;
+            for (size_t k = 0; k + 1 < textLength; k += 2)
+                text.append(QChar(ushort(tag[textOffset + k] << 8 | tag[textOffset + k + 1])));
+            return text.remove(QChar(0));
+        }
+        return {};
+    }
+    return {};
+}
+
+/**
+ * Whether an RGB image's embedded profile is one of the common sRGB profiles. Converting those
+ * to sRGB changes no pixel by more than rounding, yet costs a colour transform of every pixel
+ * (a third of a large JPEG's compress time), so they are taken as they are.
+ */
+bool hasSRGBProfile(const vips::VImage& image)
+{
+    const VipsInterpretation interpretation = image.interpretation();
+    if (image.bands() < 3 || image.bands() > 4 ||
+        (interpretation != VIPS_INTERPRETATION_sRGB && interpretation != VIPS_INTERPRETATION_RGB16))
+        return false;
+    size_t length = 0;
+    const auto* icc = static_cast<const uchar*>(image.get_blob(VIPS_META_ICC_NAME, &length));
+    static const QStringList kSRGB = {QStringLiteral("sRGB IEC61966-2.1"), QStringLiteral("sRGB IEC61966-2-1 black scaled"),
+                                      QStringLiteral("sRGB IEC61966-2-1 no black scaling"), QStringLiteral("sRGB built-in"),
+                                      QStringLiteral("sRGB")};
+    return kSRGB.contains(profileDescription(icc, length).trimmed());
 }
 
 } // namespace
@@ -62,8 +127,10 @@ std::optional<vips::VImage> ImageDecoder::decode(const QString& path)
                                      << QFileInfo(path).fileName();
             return std::nullopt;
         }
-        image = toSRGB8(image.autorot());
-        return image.copy_memory();
+        // Turning the image reads it out of order, so a turned image is decoded into memory first.
+        if (vips_image_get_orientation(image.get_image()) > 1)
+            image = image.copy_memory().autorot();
+        return toSRGB8(image).copy_memory();
     } catch (const vips::VError& error) {
         qCDebug(lcCompression) << "decode error:" << error.what();
         return std::nullopt;
@@ -72,7 +139,7 @@ std::optional<vips::VImage> ImageDecoder::decode(const QString& path)
 
 vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
 {
-    if (image.get_typeof(VIPS_META_ICC_NAME) != 0) {
+    if (image.get_typeof(VIPS_META_ICC_NAME) != 0 && !hasSRGBProfile(image)) {
         try {
             image = image.icc_transform("srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
         } catch (const vips::VError&) {
