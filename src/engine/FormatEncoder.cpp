@@ -141,13 +141,12 @@ std::optional<QByteArray> FormatEncoder::encodeWebP(const vips::VImage& image, d
     uint8_t* output = nullptr;
     size_t size = 0;
     if ((image.bands() == 3 || image.bands() == 4) && image.format() == VIPS_FORMAT_UCHAR) {
-        // Decoded images are one packed buffer in memory already: the encoder reads it in place.
-        // Opaque ones go through the RGB entry of the same one-call encoder, which makes the same
-        // stream as RGBA with every alpha at 255 without first copying the image with a fourth band.
-        const vips::VImage memory = image.copy_memory(); // no copy when it is in memory
-        const auto* pixels = static_cast<const uint8_t*>(memory.data());
-        size = memory.bands() == 4 ? WebPEncodeRGBA(pixels, width, height, width * 4, factor, &output)
-                                   : WebPEncodeRGB(pixels, width, height, width * 3, factor, &output);
+        // The encoder takes straight RGBA; an opaque image gains an alpha band of 255, which
+        // libwebp recognises as opaque and encodes without an alpha plane.
+        const vips::VImage rgba = image.bands() == 4 ? image.copy_memory() // no copy when in memory
+                                                     : image.bandjoin_const({255.0}).copy_memory();
+        const auto* pixels = static_cast<const uint8_t*>(rgba.data());
+        size = WebPEncodeRGBA(pixels, width, height, width * 4, factor, &output);
     } else {
         size_t length = 0;
         const auto pixels = packedPixels(image, 4, &length);
