@@ -27,8 +27,16 @@ public:
     /// PDF pages are rendered at twice their size in points.
     static constexpr double kPDFScale = 2.0;
 
-    /// The first frame of an image file, or nothing.
+    /// The first frame of an image file, decoded into memory, or nothing.
     static std::optional<vips::VImage> decode(const QString& path);
+    /**
+     * The same image as `decode` as a pipeline that decodes while a consumer reads it, so one
+     * encode can run alongside the decode without a full copy in memory. It may be read once,
+     * top to bottom; decoding errors surface in the consumer (a truncated file opens fine here).
+     * The pixel limit is still checked from the header. A turned image is decoded into memory
+     * before turning, as `decode` does.
+     */
+    static std::optional<vips::VImage> decodeLazily(const QString& path);
 
     /// Number of pages of a PDF; 0 when it cannot be opened.
     static int pdfPageCount(const QString& path);
