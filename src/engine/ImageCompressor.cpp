@@ -127,25 +127,32 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
     // One encode can read the decoder's output as it comes, which overlaps decoding with encoding
     // and spares a full copy in memory; the size-limited search encodes many times from memory.
     const bool streamed = !settings.limitOutputFileSize;
-    std::optional<vips::VImage> image = streamed ? ImageDecoder::decodeLazily(sourcePath)
-                                                 : ImageDecoder::decode(sourcePath);
+    const auto input = [&](bool lazily) {
+        std::optional<vips::VImage> image = lazily ? ImageDecoder::decodeLazily(sourcePath)
+                                                   : ImageDecoder::decode(sourcePath);
+        if (image && settings.limitLongestEdge)
+            image = lazily ? ImageScaler::resizeLazily(*image, settings.longestEdgePx)
+                           : ImageScaler::resize(*image, settings.longestEdgePx);
+        return image;
+    };
+    std::optional<vips::VImage> image = input(streamed);
     if (!image)
         return cannotDecode(std::move(result), source.fileName());
-    if (settings.limitLongestEdge)
-        image = streamed ? ImageScaler::resizeLazily(*image, settings.longestEdgePx)
-                         : ImageScaler::resize(*image, settings.longestEdgePx);
 
     const OutputFormat format = resolvedFormat(settings.outputFormat, sourcePath);
     const OutputTarget target(outputFolder(sourcePath, settings), source.completeBaseName() + settings.suffix,
                               OutputFormats::fileExtension(format));
     SizeLimitedWriter writer(format, settings);
-    const std::optional<QString> written = writer.write(*image, target);
-    if (!written) {
-        // A streamed encode also fails on data the decoder rejects halfway (a truncated file);
-        // only decoding again tells that apart from an encoder failure.
-        const bool encodeFailed = !writer.attempts().isEmpty() && !writer.attempts().last().encoded();
-        if (streamed && encodeFailed && !ImageDecoder::decode(sourcePath))
+    std::optional<QString> written = writer.write(*image, target);
+    if (!written && streamed && !writer.attempts().isEmpty() && !writer.attempts().last().encoded()) {
+        // A streamed encode also fails when the decoder gives up halfway (a truncated file).
+        // Running the job again from memory tells a bad input from a failing encoder.
+        image = input(false);
+        if (!image)
             return cannotDecode(std::move(result), source.fileName());
+        written = writer.write(*image, target);
+    }
+    if (!written) {
         result.error = CompressorError::FinalizeFailed;
         return result;
     }
