@@ -26,6 +26,18 @@ CompressionSettings defaults()
     return CompressionSettings{}; // jpeg, balanced, "-web", same folder, no limits
 }
 
+/// The defaults with another format, scaled to `maxEdge` and kept under `limitKB` when not 0.
+CompressionSettings withLimits(OutputFormat format, qint64 maxEdge, qint64 limitKB)
+{
+    CompressionSettings settings = defaults();
+    settings.outputFormat = format;
+    settings.limitLongestEdge = maxEdge > 0;
+    settings.longestEdgePx = maxEdge;
+    settings.limitOutputFileSize = limitKB > 0;
+    settings.maxFileSizeKB = limitKB;
+    return settings;
+}
+
 QSize imageSize(const QString& path)
 {
     const vips::VImage image = vips::VImage::new_from_file(path.toUtf8().constData());
@@ -390,12 +402,7 @@ private Q_SLOTS:
         QFETCH(OutputFormat, format);
         QFETCH(qint64, maxEdge);
         QFETCH(qint64, limitKB);
-        CompressionSettings settings = defaults();
-        settings.outputFormat = format;
-        settings.limitLongestEdge = maxEdge > 0;
-        settings.longestEdgePx = maxEdge;
-        settings.limitOutputFileSize = limitKB > 0;
-        settings.maxFileSizeKB = limitKB;
+        const CompressionSettings settings = withLimits(format, maxEdge, limitKB);
         const QString input = source(QStringLiteral("truncated.jpg"));
         const CompressionResult result = ImageCompressor::shared().compressOne(input, settings);
         QCOMPARE(result.error, std::optional(CompressorError::CannotDecode));
@@ -435,12 +442,7 @@ private Q_SLOTS:
         QFETCH(qint64, maxEdge);
         QFETCH(qint64, limitKB);
         QFETCH(double, tolerance);
-        CompressionSettings settings = defaults();
-        settings.outputFormat = format;
-        settings.limitLongestEdge = maxEdge > 0;
-        settings.longestEdgePx = maxEdge;
-        settings.limitOutputFileSize = limitKB > 0;
-        settings.maxFileSizeKB = limitKB;
+        const CompressionSettings settings = withLimits(format, maxEdge, limitKB);
         const QString input = source(fixture);
         const CompressionResult result = ImageCompressor::shared().compressOne(input, settings);
         QVERIFY(result.succeeded());
