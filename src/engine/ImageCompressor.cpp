@@ -38,6 +38,14 @@ CompressionResult resultFor(const QString& path)
     return result;
 }
 
+/// `result` marked as a file that cannot be decoded, logged under the file's name.
+CompressionResult cannotDecode(CompressionResult result, const QString& fileName)
+{
+    qCWarning(lcCompression).noquote() << QStringLiteral("cannotDecode: %1").arg(fileName);
+    result.error = CompressorError::CannotDecode;
+    return result;
+}
+
 /// Encodes `image` as `format` and writes it to the first free name of `target`: one encode at the
 /// mode's quality, or the size-limited search when `limitOutputFileSize` is on.
 std::optional<QString> writeImage(const vips::VImage& image, OutputFormat format, const OutputTarget& target,
@@ -116,19 +124,34 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
     CompressionResult result = resultFor(sourcePath);
     qCDebug(lcCompression).noquote() << QStringLiteral("compressOne: %1").arg(source.fileName());
 
-    std::optional<vips::VImage> image = ImageDecoder::decode(sourcePath);
-    if (!image) {
-        qCWarning(lcCompression).noquote() << QStringLiteral("cannotDecode: %1").arg(source.fileName());
-        result.error = CompressorError::CannotDecode;
-        return result;
-    }
-    if (settings.limitLongestEdge)
-        image = ImageScaler::resize(*image, settings.longestEdgePx);
+    // One encode reads the pixels as they are decoded: no full copy to allocate, fault in and
+    // fill (an eighth of a 24 MP JPEG's time). The size-limited search encodes many times, from memory.
+    const bool streamed = !settings.limitOutputFileSize;
+    const auto input = [&](bool lazily) {
+        std::optional<vips::VImage> image = lazily ? ImageDecoder::decodeLazily(sourcePath)
+                                                   : ImageDecoder::decode(sourcePath);
+        if (image && settings.limitLongestEdge)
+            image = lazily ? ImageScaler::resizeLazily(*image, settings.longestEdgePx)
+                           : ImageScaler::resize(*image, settings.longestEdgePx);
+        return image;
+    };
+    std::optional<vips::VImage> image = input(streamed);
+    if (!image)
+        return cannotDecode(std::move(result), source.fileName());
 
     const OutputFormat format = resolvedFormat(settings.outputFormat, sourcePath);
     const OutputTarget target(outputFolder(sourcePath, settings), source.completeBaseName() + settings.suffix,
                               OutputFormats::fileExtension(format));
-    const std::optional<QString> written = writeImage(*image, format, target, settings);
+    SizeLimitedWriter writer(format, settings);
+    std::optional<QString> written = writer.write(*image, target);
+    if (!written && streamed && !writer.attempts().isEmpty() && !writer.attempts().last().encoded()) {
+        // A streamed encode also fails when the decoder gives up halfway (a truncated file).
+        // Running the job again from memory tells a bad input from a failing encoder.
+        image = input(false);
+        if (!image)
+            return cannotDecode(std::move(result), source.fileName());
+        written = writer.write(*image, target);
+    }
     if (!written) {
         result.error = CompressorError::FinalizeFailed;
         return result;
@@ -157,11 +180,8 @@ CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int p
     const int pages = ImageDecoder::pdfPageCount(pdfPath);
     const std::optional<vips::VImage> page = pageIndex < pages ? ImageDecoder::renderPDFPage(pdfPath, pageIndex)
                                                                : std::nullopt;
-    if (!page) {
-        qCWarning(lcCompression).noquote() << QStringLiteral("cannotDecode: %1").arg(source.fileName());
-        result.error = CompressorError::CannotDecode;
-        return result;
-    }
+    if (!page)
+        return cannotDecode(std::move(result), source.fileName());
 
     // Pages keep their rendered size; "original" has no page format to keep, so it means JPEG.
     const OutputFormat format = settings.outputFormat == OutputFormat::Original ? OutputFormat::Jpeg

@@ -31,8 +31,9 @@ struct LibRawImageFree
 vips::VImage loadLazily(const QString& path)
 {
     const QByteArray name = QFile::encodeName(path);
-    // Read top to bottom straight into the one in-memory copy; random access would make the
-    // loader decode into a buffer of its own first and double the memory and the copying.
+    // Read top to bottom, straight into the one in-memory copy or the one encoder reading it;
+    // random access would make the loader decode into a buffer of its own first and double the
+    // memory and the copying.
     const auto options = [] {
         return vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL);
     };
@@ -116,6 +117,19 @@ bool ImageDecoder::isCameraRaw(const QString& path)
 
 std::optional<vips::VImage> ImageDecoder::decode(const QString& path)
 {
+    std::optional<vips::VImage> image = decodeLazily(path);
+    if (!image)
+        return std::nullopt;
+    try {
+        return image->copy_memory();
+    } catch (const vips::VError& error) {
+        qCDebug(lcCompression) << "decode error:" << error.what();
+        return std::nullopt;
+    }
+}
+
+std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
+{
     if (!VipsRuntime::ensureStarted())
         return std::nullopt;
     if (isCameraRaw(path))
@@ -130,7 +144,7 @@ std::optional<vips::VImage> ImageDecoder::decode(const QString& path)
         // Turning the image reads it out of order, so a turned image is decoded into memory first.
         if (vips_image_get_orientation(image.get_image()) > 1)
             image = image.copy_memory().autorot();
-        return toSRGB8(image).copy_memory();
+        return toSRGB8(image);
     } catch (const vips::VError& error) {
         qCDebug(lcCompression) << "decode error:" << error.what();
         return std::nullopt;

@@ -7,7 +7,8 @@
 #include <QString>
 
 /**
- * Turns an input file into one in-memory 8-bit sRGB image (3 bands, or 4 with alpha).
+ * Turns an input file into one 8-bit sRGB image (3 bands, or 4 with alpha), in memory or as a
+ * pipeline that decodes while it is read.
  *
  * Only the first page or frame is read. EXIF orientation is applied and an embedded colour
  * profile converted to sRGB (no profile: taken as sRGB). The header is checked against
@@ -27,8 +28,16 @@ public:
     /// PDF pages are rendered at twice their size in points.
     static constexpr double kPDFScale = 2.0;
 
-    /// The first frame of an image file, or nothing.
+    /// The first frame of an image file, decoded into memory, or nothing.
     static std::optional<vips::VImage> decode(const QString& path);
+    /**
+     * The same image as `decode` as a pipeline that decodes while a consumer reads it, so one
+     * encode needs no full copy of the pixels in memory. It may be read once, top to bottom;
+     * decoding errors surface in the consumer (a truncated file opens fine here). The pixel
+     * limit is still checked from the header. A turned image is decoded into memory before
+     * turning, as `decode` does.
+     */
+    static std::optional<vips::VImage> decodeLazily(const QString& path);
 
     /// Number of pages of a PDF; 0 when it cannot be opened.
     static int pdfPageCount(const QString& path);

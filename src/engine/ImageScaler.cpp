@@ -15,6 +15,19 @@ QSize ImageScaler::scaledSize(QSize size, qint64 maxEdge)
 
 vips::VImage ImageScaler::resize(const vips::VImage& image, qint64 maxEdge)
 {
+    const vips::VImage out = resizeLazily(image, maxEdge);
+    if (out.get_image() == image.get_image())
+        return image;
+    try {
+        return out.copy_memory();
+    } catch (const vips::VError& error) {
+        qCWarning(lcCompression) << "resize failed:" << error.what();
+        return image;
+    }
+}
+
+vips::VImage ImageScaler::resizeLazily(const vips::VImage& image, qint64 maxEdge)
+{
     const QSize from(image.width(), image.height());
     const QSize to = scaledSize(from, maxEdge);
     if (to == from || to.isEmpty()) // a side truncated to nothing: no image to draw into
@@ -32,7 +45,7 @@ vips::VImage ImageScaler::resize(const vips::VImage& image, qint64 maxEdge)
         out = out.cast(VIPS_FORMAT_UCHAR).copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
         if (out.width() != to.width() || out.height() != to.height())
             out = out.embed(0, 0, to.width(), to.height(), vips::VImage::option()->set("extend", VIPS_EXTEND_COPY));
-        return out.copy_memory();
+        return out;
     } catch (const vips::VError& error) {
         qCWarning(lcCompression) << "resize failed:" << error.what();
         return image;

@@ -19,7 +19,10 @@ public:
      */
     static QSize scaledSize(QSize size, qint64 maxEdge);
 
-    /// `image` resampled (Lanczos, alpha premultiplied around it) to `scaledSize`; unchanged when
-    /// no scaling is needed, a side would truncate to zero, or it fails.
+    /// `image` resampled (Lanczos, alpha premultiplied around it) to `scaledSize` in memory;
+    /// unchanged when no scaling is needed, a side would truncate to zero, or it fails.
     static vips::VImage resize(const vips::VImage& image, qint64 maxEdge);
+    /// The same as a pipeline that resamples while a consumer reads it (for a single read, such
+    /// as one encode); errors while resampling surface in the consumer.
+    static vips::VImage resizeLazily(const vips::VImage& image, qint64 maxEdge);
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <optional>
 
 #include <vips/vips8>
@@ -43,6 +44,8 @@ public:
         double scale = 1.0;
         double quality = 1.0;
         qint64 size = 0;
+
+        bool encoded() const { return size != std::numeric_limits<qint64>::max(); }
     };
     /// Encodes an image at a quality (0...1); nothing on failure.
     using Encoder = std::function<std::optional<QByteArray>(const vips::VImage& image, double quality)>;

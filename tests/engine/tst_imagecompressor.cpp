@@ -12,6 +12,8 @@
 
 #include "EngineFixtures.h"
 #include "engine/ImageCompressor.h"
+#include "engine/ImageDecoder.h"
+#include "engine/ImageScaler.h"
 
 using namespace EngineFixtures;
 
@@ -22,6 +24,18 @@ using Progress = std::tuple<int, int, QString>;
 CompressionSettings defaults()
 {
     return CompressionSettings{}; // jpeg, balanced, "-web", same folder, no limits
+}
+
+/// The defaults with another format, scaled to `maxEdge` and kept under `limitKB` when not 0.
+CompressionSettings withLimits(OutputFormat format, qint64 maxEdge, qint64 limitKB)
+{
+    CompressionSettings settings = defaults();
+    settings.outputFormat = format;
+    settings.limitLongestEdge = maxEdge > 0;
+    settings.longestEdgePx = maxEdge;
+    settings.limitOutputFileSize = limitKB > 0;
+    settings.maxFileSizeKB = limitKB;
+    return settings;
 }
 
 QSize imageSize(const QString& path)
@@ -367,6 +381,82 @@ private Q_SLOTS:
         QCOMPARE(failed.originalSize, QFileInfo(bad).exists() ? QFileInfo(bad).size() : 0);
         QVERIFY(session.results[1].succeeded());
         QCOMPARE(entries(m_dir->path()).size(), m_originals.size() + 1); // only the good file's output
+    }
+
+    // Jobs that encode once read the decoder's output while encoding, so a file that breaks off
+    // fails inside the encoder; it must still count as undecodable and leave nothing behind.
+    void truncatedInputCannotDecodeWhicheverWayItIsRead_data()
+    {
+        QTest::addColumn<OutputFormat>("format");
+        QTest::addColumn<qint64>("maxEdge"); // 0: not scaled
+        QTest::addColumn<qint64>("limitKB"); // 0: no size limit
+        QTest::newRow("jpeg") << OutputFormat::Jpeg << qint64(0) << qint64(0);
+        QTest::newRow("jpeg, scaled") << OutputFormat::Jpeg << qint64(100) << qint64(0);
+        QTest::newRow("png") << OutputFormat::Png << qint64(0) << qint64(0);
+        QTest::newRow("webp, scaled") << OutputFormat::Webp << qint64(100) << qint64(0);
+        QTest::newRow("avif") << OutputFormat::Avif << qint64(0) << qint64(0);
+        QTest::newRow("jpeg under a size limit") << OutputFormat::Jpeg << qint64(0) << qint64(50);
+    }
+    void truncatedInputCannotDecodeWhicheverWayItIsRead()
+    {
+        QFETCH(OutputFormat, format);
+        QFETCH(qint64, maxEdge);
+        QFETCH(qint64, limitKB);
+        const CompressionSettings settings = withLimits(format, maxEdge, limitKB);
+        const QString input = source(QStringLiteral("truncated.jpg"));
+        const CompressionResult result = ImageCompressor::shared().compressOne(input, settings);
+        QCOMPARE(result.error, std::optional(CompressorError::CannotDecode));
+        QVERIFY(!result.outputURL);
+        QCOMPARE(entries(m_dir->path()), QStringList{QStringLiteral("truncated.jpg")});
+    }
+
+    // Whether a job streams (one encode) or decodes into memory first (size limit), its output
+    // holds the same upright, sRGB, scaled pixels as the in-memory decode.
+    void outputMatchesTheDecodedImage_data()
+    {
+        QTest::addColumn<QString>("fixture");
+        QTest::addColumn<OutputFormat>("format");
+        QTest::addColumn<qint64>("maxEdge"); // 0: not scaled
+        QTest::addColumn<qint64>("limitKB"); // 0: no size limit
+        QTest::addColumn<double>("tolerance"); // mean absolute difference per sample
+        const auto none = qint64(0);
+        QTest::newRow("turned to jpeg") << "orient6-360x240.jpg" << OutputFormat::Jpeg << none << none << 5.0;
+        QTest::newRow("turned to png") << "orient6-360x240.jpg" << OutputFormat::Png << none << none << 0.0;
+        QTest::newRow("turned to png, scaled") << "orient6-360x240.jpg" << OutputFormat::Png << qint64(200) << none
+                                               << 0.0;
+        QTest::newRow("turned to png, size limit") << "orient6-360x240.jpg" << OutputFormat::Png << none
+                                                   << qint64(10000) << 0.0;
+        QTest::newRow("adobe rgb to png") << "shoes-adobergb-150x100.jpg" << OutputFormat::Png << none << none << 0.0;
+        QTest::newRow("adobe rgb to png, scaled") << "shoes-adobergb-150x100.jpg" << OutputFormat::Png << qint64(60)
+                                                  << none << 0.0;
+        QTest::newRow("alpha to png, scaled") << "rgba-32x32.png" << OutputFormat::Png << qint64(16) << none << 0.0;
+        QTest::newRow("16-bit to png") << "rgb16-32x32.png" << OutputFormat::Png << none << none << 0.0;
+        QTest::newRow("cmyk to png") << "cmyk-100x100.jpg" << OutputFormat::Png << none << none << 0.0;
+        QTest::newRow("grey to webp") << "grey-32x32.png" << OutputFormat::Webp << none << none << 3.0;
+        QTest::newRow("grey to avif, scaled") << "grey-32x32.png" << OutputFormat::Avif << qint64(20) << none << 3.0;
+    }
+    void outputMatchesTheDecodedImage()
+    {
+        QFETCH(QString, fixture);
+        QFETCH(OutputFormat, format);
+        QFETCH(qint64, maxEdge);
+        QFETCH(qint64, limitKB);
+        QFETCH(double, tolerance);
+        const CompressionSettings settings = withLimits(format, maxEdge, limitKB);
+        const QString input = source(fixture);
+        const CompressionResult result = ImageCompressor::shared().compressOne(input, settings);
+        QVERIFY(result.succeeded());
+
+        std::optional<vips::VImage> expected = ImageDecoder::decode(input);
+        QVERIFY(expected);
+        if (maxEdge > 0)
+            expected = ImageScaler::resize(*expected, maxEdge);
+        const vips::VImage written = vips::VImage::new_from_file(result.outputURL->toUtf8().constData());
+        QCOMPARE(written.width(), expected->width());
+        QCOMPARE(written.height(), expected->height());
+        QCOMPARE(written.bands(), expected->bands());
+        const double difference = (written.cast(VIPS_FORMAT_DOUBLE) - expected->cast(VIPS_FORMAT_DOUBLE)).abs().avg();
+        QVERIFY2(difference <= tolerance, qPrintable(QString::number(difference)));
     }
 
     void unreadableFileFails()
