@@ -177,9 +177,9 @@ CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int p
 
     CompressionResult result = resultFor(pdfPath);
 
-    const int pages = ImageDecoder::pdfPageCount(pdfPath);
-    const std::optional<vips::VImage> page = pageIndex < pages ? ImageDecoder::renderPDFPage(pdfPath, pageIndex)
-                                                               : std::nullopt;
+    // A page past the end fails to render; the page itself carries the document's page count,
+    // so each page job opens the PDF once.
+    const std::optional<vips::VImage> page = ImageDecoder::renderPDFPage(pdfPath, pageIndex);
     if (!page)
         return cannotDecode(std::move(result), source.fileName());
 
@@ -195,7 +195,7 @@ CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int p
         result.error = CompressorError::FinalizeFailed;
         return result;
     }
-    result.originalSize /= std::max(pages, 1);
+    result.originalSize /= ImageDecoder::pageCountOf(*page);
     result.compressedSize = fileSize(*written);
     result.outputURL = *written;
     return result;

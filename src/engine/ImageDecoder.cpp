@@ -232,10 +232,15 @@ int ImageDecoder::pdfPageCount(const QString& path)
         return 0;
     try {
         const vips::VImage document = vips::VImage::pdfload(QFile::encodeName(path).constData());
-        return document.get_typeof("n-pages") != 0 ? document.get_int("n-pages") : 1;
+        return pageCountOf(document);
     } catch (const vips::VError&) {
         return 0;
     }
+}
+
+int ImageDecoder::pageCountOf(const vips::VImage& page)
+{
+    return page.get_typeof("n-pages") != 0 ? std::max(page.get_int("n-pages"), 1) : 1;
 }
 
 std::optional<vips::VImage> ImageDecoder::renderPDFPage(const QString& path, int pageIndex)

@@ -43,6 +43,8 @@ public:
     static int pdfPageCount(const QString& path);
     /// Page `pageIndex` (zero-based) rendered at `kPDFScale` onto opaque white, 3 bands.
     static std::optional<vips::VImage> renderPDFPage(const QString& path, int pageIndex);
+    /// Page count of the PDF a rendered page came from, without opening the document again.
+    static int pageCountOf(const vips::VImage& page);
 
     /// Whether the extension names a camera RAW format decoded through LibRaw.
     static bool isCameraRaw(const QString& path);

@@ -203,6 +203,7 @@ private Q_SLOTS:
         QCOMPARE(image->width(), 400); // 200 x 100 points at twice their size
         QCOMPARE(image->height(), 200);
         QCOMPARE(image->bands(), 3);
+        QCOMPARE(ImageDecoder::pageCountOf(*image), 3);
         const auto centre = pixel(*image, 200, 100);
         for (int b = 0; b < 3; ++b)
             QCOMPARE(centre[b] > 128, b == band);
