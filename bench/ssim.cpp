@@ -11,13 +11,16 @@ namespace {
 
 vips::VImage luma(const char* path)
 {
-    vips::VImage image = vips::VImage::new_from_file(path, vips::VImage::option()->set("access", "sequential"));
+    vips::VImage image =
+        vips::VImage::new_from_file(path, vips::VImage::option()->set("access", "sequential"));
     image = image.autorot();
     if (image.has_alpha())
         image = image.flatten(vips::VImage::option()->set("background", 255.0));
     image = image.colourspace(VIPS_INTERPRETATION_sRGB).cast(VIPS_FORMAT_UCHAR);
     // Rec. 601 luma, as most published SSIM figures use.
-    return image.recomb(vips::VImage::new_matrixv(3, 1, 0.299, 0.587, 0.114)).cast(VIPS_FORMAT_FLOAT).copy_memory();
+    return image.recomb(vips::VImage::new_matrixv(3, 1, 0.299, 0.587, 0.114))
+        .cast(VIPS_FORMAT_FLOAT)
+        .copy_memory();
 }
 
 vips::VImage blur(const vips::VImage& image)
@@ -37,7 +40,8 @@ int main(int argc, char** argv)
         const vips::VImage x = luma(argv[1]);
         const vips::VImage y = luma(argv[2]);
         if (x.width() != y.width() || x.height() != y.height()) {
-            std::fprintf(stderr, "sizes differ: %dx%d and %dx%d\n", x.width(), x.height(), y.width(), y.height());
+            std::fprintf(stderr, "sizes differ: %dx%d and %dx%d\n", x.width(), x.height(), y.width(),
+                         y.height());
             return 1;
         }
         constexpr double c1 = (0.01 * 255) * (0.01 * 255);

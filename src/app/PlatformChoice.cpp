@@ -10,7 +10,8 @@ bool PlatformChoice::shouldPreferXcb(bool hasWaylandDisplay, bool hasX11Display,
 
 void PlatformChoice::apply()
 {
-    if (shouldPreferXcb(!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"), !qEnvironmentVariableIsEmpty("DISPLAY"),
+    if (shouldPreferXcb(!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"),
+                        !qEnvironmentVariableIsEmpty("DISPLAY"),
                         !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")))
         qputenv("QT_QPA_PLATFORM", QByteArrayLiteral("xcb"));
 }

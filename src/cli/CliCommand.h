@@ -12,7 +12,12 @@
 class CliCommand
 {
 public:
-    enum ExitCode { Success = 0, Failure = 1, UsageError = 2 };
+    enum ExitCode
+    {
+        Success = 0,
+        Failure = 1,
+        UsageError = 2
+    };
 
     virtual ~CliCommand() = default;
 

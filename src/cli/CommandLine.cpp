@@ -25,8 +25,8 @@ int CommandLine::run(QStringList arguments)
     QLoggingCategory::setFilterRules(verbose ? QStringLiteral("com.orvik.app.compression.debug=true")
                                              : QStringLiteral("com.orvik.app.compression=false"));
 
-    if (arguments.isEmpty() || arguments.first() == QLatin1String("--help")
-        || arguments.first() == QLatin1String("-h")) {
+    if (arguments.isEmpty() || arguments.first() == QLatin1String("--help") ||
+        arguments.first() == QLatin1String("-h")) {
         (arguments.isEmpty() ? CliOutput::err : CliOutput::out)(usage());
         return arguments.isEmpty() ? CliCommand::UsageError : CliCommand::Success;
     }

@@ -16,12 +16,12 @@
 
 namespace {
 
-const QCommandLineOption kFormat(QStringLiteral("format"), QStringLiteral("jpeg, png, webp, avif or original"),
-                                 QStringLiteral("F"));
+const QCommandLineOption kFormat(QStringLiteral("format"),
+                                 QStringLiteral("jpeg, png, webp, avif or original"), QStringLiteral("F"));
 const QCommandLineOption kMode(QStringLiteral("mode"), QStringLiteral("lossless, balanced or aggressive"),
                                QStringLiteral("M"));
-const QCommandLineOption kMaxEdge(QStringLiteral("max-edge"), QStringLiteral("scale down to this longest edge"),
-                                  QStringLiteral("PX"));
+const QCommandLineOption kMaxEdge(QStringLiteral("max-edge"),
+                                  QStringLiteral("scale down to this longest edge"), QStringLiteral("PX"));
 const QCommandLineOption kMaxSize(QStringLiteral("max-size"), QStringLiteral("limit the output file size"),
                                   QStringLiteral("KB"));
 const QCommandLineOption kMinSaving(QStringLiteral("min-saving"), QStringLiteral("drop outputs saving less"),
@@ -65,7 +65,8 @@ public:
         constexpr int kWidth = 24;
         const int filled = kWidth * current / total;
         const QString bar = QString(filled, QLatin1Char('#')) + QString(kWidth - filled, QLatin1Char('.'));
-        CliOutput::errRaw(QStringLiteral("\r\x1b[2K[%1] %2/%3 %4").arg(bar).arg(current).arg(total).arg(label));
+        CliOutput::errRaw(
+            QStringLiteral("\r\x1b[2K[%1] %2/%3 %4").arg(bar).arg(current).arg(total).arg(label));
         if (current == total)
             CliOutput::errRaw(QStringLiteral("\r\x1b[2K"));
     }
@@ -78,17 +79,19 @@ private:
 
 QString CompressCommand::synopsis() const
 {
-    return QStringLiteral("compress [--format F] [--mode M] [--max-edge PX] [--max-size KB] [--min-saving PCT] "
-                          "[--suffix S] [--out DIR] [--json] FILE...");
+    return QStringLiteral(
+        "compress [--format F] [--mode M] [--max-edge PX] [--max-size KB] [--min-saving PCT] "
+        "[--suffix S] [--out DIR] [--json] FILE...");
 }
 
 std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLineParser& parser,
-                                                              CompressionSettings settings, QString* error)
+                                                               CompressionSettings settings, QString* error)
 {
     if (parser.isSet(kFormat)) {
         const auto format = OutputFormats::fromRawValue(parser.value(kFormat));
         if (!format) {
-            *error = QStringLiteral("unknown format \"%1\" (jpeg, png, webp, avif, original)").arg(parser.value(kFormat));
+            *error = QStringLiteral("unknown format \"%1\" (jpeg, png, webp, avif, original)")
+                         .arg(parser.value(kFormat));
             return std::nullopt;
         }
         settings.outputFormat = *format;
@@ -96,7 +99,8 @@ std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLin
     if (parser.isSet(kMode)) {
         const auto mode = CompressionModes::fromRawValue(parser.value(kMode));
         if (!mode) {
-            *error = QStringLiteral("unknown mode \"%1\" (lossless, balanced, aggressive)").arg(parser.value(kMode));
+            *error = QStringLiteral("unknown mode \"%1\" (lossless, balanced, aggressive)")
+                         .arg(parser.value(kMode));
             return std::nullopt;
         }
         settings.compressionMode = *mode;
@@ -154,13 +158,13 @@ QByteArray CompressCommand::jsonReport(const SessionResult& session)
     QByteArray json = QByteArrayLiteral("{\n  \"results\": [");
     for (qsizetype i = 0; i < session.results.size(); ++i) {
         const CompressionResult& result = session.results[i];
-        const std::optional<QString> error = result.error ? std::optional(CompressorErrors::errorDescription(*result.error))
-                                                          : std::nullopt;
+        const std::optional<QString> error =
+            result.error ? std::optional(CompressorErrors::errorDescription(*result.error)) : std::nullopt;
         json += (i == 0 ? "\n    " : ",\n    ");
-        json += "{\"source\": " + text(result.sourceURL) + ", \"output\": " + text(result.outputURL)
-                + ", \"originalSize\": " + QByteArray::number(result.originalSize)
-                + ", \"compressedSize\": " + QByteArray::number(result.compressedSize) + ", \"error\": " + text(error)
-                + "}";
+        json += "{\"source\": " + text(result.sourceURL) + ", \"output\": " + text(result.outputURL) +
+                ", \"originalSize\": " + QByteArray::number(result.originalSize) +
+                ", \"compressedSize\": " + QByteArray::number(result.compressedSize) +
+                ", \"error\": " + text(error) + "}";
     }
     json += (session.results.isEmpty() ? "],\n" : "\n  ],\n");
     json += "  \"summary\": " + text(session.summary()) + "\n}\n";
@@ -186,7 +190,8 @@ int CompressCommand::run(const QStringList& arguments)
 
     AppGroupDefaults::registerDefaults();
     QString error;
-    const std::optional<CompressionSettings> settings = overridden(parser, CompressionSettings::current(), &error);
+    const std::optional<CompressionSettings> settings =
+        overridden(parser, CompressionSettings::current(), &error);
     if (!settings) {
         CliOutput::error(error);
         return UsageError;
@@ -211,10 +216,11 @@ int CompressCommand::run(const QStringList& arguments)
             if (result.outputURL)
                 CliOutput::out(QStringLiteral("%1 → %2 (%3 → %4)")
                                    .arg(source, QDir::toNativeSeparators(*result.outputURL),
-                                        ByteCount::format(result.originalSize), ByteCount::format(result.compressedSize)));
+                                        ByteCount::format(result.originalSize),
+                                        ByteCount::format(result.compressedSize)));
             else
-                CliOutput::out(QStringLiteral("%1: %2").arg(source, result.error ? CompressorErrors::errorDescription(*result.error)
-                                                                                 : QString()));
+                CliOutput::out(QStringLiteral("%1: %2").arg(
+                    source, result.error ? CompressorErrors::errorDescription(*result.error) : QString()));
         }
         CliOutput::out(session.summary());
     }

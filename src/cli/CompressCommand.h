@@ -28,6 +28,6 @@ public:
 
 private:
     /// `base` with the parsed options applied; nothing (and `error` set) when one is invalid.
-    static std::optional<CompressionSettings> overridden(const QCommandLineParser& parser, CompressionSettings base,
-                                                         QString* error);
+    static std::optional<CompressionSettings> overridden(const QCommandLineParser& parser,
+                                                         CompressionSettings base, QString* error);
 };

@@ -44,7 +44,8 @@ QString SettingsCommand::displayText(const QVariant& value)
         return QStringLiteral("<data, %1 bytes>").arg(value.toByteArray().size());
     case QMetaType::QVariantList:
     case QMetaType::QStringList:
-        return QString::fromUtf8(QJsonDocument(QJsonArray::fromVariantList(value.toList())).toJson(QJsonDocument::Compact));
+        return QString::fromUtf8(
+            QJsonDocument(QJsonArray::fromVariantList(value.toList())).toJson(QJsonDocument::Compact));
     case QMetaType::Bool:
         return value.toBool() ? QStringLiteral("true") : QStringLiteral("false");
     default:

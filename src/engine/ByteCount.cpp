@@ -10,7 +10,8 @@ QString ByteCount::format(qint64 bytes)
     const double magnitude = std::fabs(static_cast<double>(bytes));
     const QString sign = bytes < 0 ? QStringLiteral("-") : QString();
     if (magnitude < 1000.0)
-        return sign + QString::number(std::llabs(bytes)) + (magnitude == 1.0 ? QStringLiteral(" byte") : QStringLiteral(" bytes"));
+        return sign + QString::number(std::llabs(bytes)) +
+               (magnitude == 1.0 ? QStringLiteral(" byte") : QStringLiteral(" bytes"));
 
     struct Unit
     {

@@ -8,7 +8,12 @@
 #include "engine/OutputFormat.h"
 
 /// How hard to compress; selects the encoder quality per target format.
-enum class CompressionMode { Lossless, Balanced, Aggressive };
+enum class CompressionMode
+{
+    Lossless,
+    Balanced,
+    Aggressive
+};
 
 namespace CompressionModes {
 constexpr std::array<CompressionMode, 3> all{CompressionMode::Lossless, CompressionMode::Balanced,

@@ -193,8 +193,9 @@ std::optional<QByteArray> FormatEncoder::encodeAVIF(const vips::VImage& image, d
     const std::unique_ptr<avifEncoder, AVIFEncoderDestroy> encoder(avifEncoderCreate());
     if (!encoder)
         return std::nullopt;
-    const int quantizer = std::clamp(static_cast<int>(std::lround((1.0 - quality) * AVIF_QUANTIZER_WORST_QUALITY)),
-                                     AVIF_QUANTIZER_BEST_QUALITY, AVIF_QUANTIZER_WORST_QUALITY);
+    const int quantizer =
+        std::clamp(static_cast<int>(std::lround((1.0 - quality) * AVIF_QUANTIZER_WORST_QUALITY)),
+                   AVIF_QUANTIZER_BEST_QUALITY, AVIF_QUANTIZER_WORST_QUALITY);
     encoder->codecChoice = AVIF_CODEC_CHOICE_AOM;
     encoder->speed = kAVIFSpeed;
     encoder->maxThreads = std::max(1, QThread::idealThreadCount());

@@ -38,11 +38,12 @@ public:
     static constexpr int kAVIFSpeed = 8;
 
     /// The encoded file's bytes; nothing when the encoder fails or the identifier is unknown.
-    static std::optional<QByteArray> encode(const vips::VImage& image, const QString& typeIdentifier, double quality);
+    static std::optional<QByteArray> encode(const vips::VImage& image, const QString& typeIdentifier,
+                                            double quality);
 
     /// Encodes and writes a new file at `destination` (never replacing one); false on failure.
-    static bool writeEncoded(const vips::VImage& image, const QString& typeIdentifier, const QString& destination,
-                             double quality);
+    static bool writeEncoded(const vips::VImage& image, const QString& typeIdentifier,
+                             const QString& destination, double quality);
 
     /// Byte length of the image as PNG; the largest qint64 when encoding fails.
     static qint64 encodedPNGSize(const vips::VImage& image);

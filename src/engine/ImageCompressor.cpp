@@ -73,7 +73,8 @@ ImageCompressor& ImageCompressor::shared()
     return instance;
 }
 
-QFuture<SessionResult> ImageCompressor::compress(const QStringList& paths, const CompressionSettings& settings,
+QFuture<SessionResult> ImageCompressor::compress(const QStringList& paths,
+                                                 const CompressionSettings& settings,
                                                  ProgressCallback progress)
 {
     return QtConcurrent::run(&m_worker, [this, paths, settings, progress = std::move(progress)] {
@@ -128,8 +129,8 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
     // fill (an eighth of a 24 MP JPEG's time). The size-limited search encodes many times, from memory.
     const bool streamed = !settings.limitOutputFileSize;
     const auto input = [&](bool lazily) {
-        std::optional<vips::VImage> image = lazily ? ImageDecoder::decodeLazily(sourcePath)
-                                                   : ImageDecoder::decode(sourcePath);
+        std::optional<vips::VImage> image =
+            lazily ? ImageDecoder::decodeLazily(sourcePath) : ImageDecoder::decode(sourcePath);
         if (image && settings.limitLongestEdge)
             image = lazily ? ImageScaler::resizeLazily(*image, settings.longestEdgePx)
                            : ImageScaler::resize(*image, settings.longestEdgePx);
@@ -184,11 +185,11 @@ CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int p
         return cannotDecode(std::move(result), source.fileName());
 
     // Pages keep their rendered size; "original" has no page format to keep, so it means JPEG.
-    const OutputFormat format = settings.outputFormat == OutputFormat::Original ? OutputFormat::Jpeg
-                                                                                 : settings.outputFormat;
+    const OutputFormat format =
+        settings.outputFormat == OutputFormat::Original ? OutputFormat::Jpeg : settings.outputFormat;
     const OutputTarget target(outputFolder(pdfPath, settings),
-                              source.completeBaseName() + settings.suffix + QStringLiteral("-p")
-                                  + QString::number(pageIndex + 1),
+                              source.completeBaseName() + settings.suffix + QStringLiteral("-p") +
+                                  QString::number(pageIndex + 1),
                               OutputFormats::fileExtension(format));
     const std::optional<QString> written = writeImage(*page, format, target, settings);
     if (!written) {
@@ -215,11 +216,13 @@ OutputFormat ImageCompressor::resolvedFormat(OutputFormat chosen, const QString&
     return OutputFormat::Jpeg; // jpg and jpeg, and every format we do not write (heic, tiff, gif...)
 }
 
-bool ImageCompressor::keepsOutput(qint64 originalSize, qint64 compressedSize, const CompressionSettings& settings)
+bool ImageCompressor::keepsOutput(qint64 originalSize, qint64 compressedSize,
+                                  const CompressionSettings& settings)
 {
     if (!settings.requireMinSavingPercent || originalSize <= 0)
         return true;
-    const double saving = static_cast<double>(originalSize - compressedSize) / static_cast<double>(originalSize) * 100.0;
+    const double saving =
+        static_cast<double>(originalSize - compressedSize) / static_cast<double>(originalSize) * 100.0;
     return static_cast<qint64>(saving) >= settings.minSavingPercent; // the cast truncates toward zero
 }
 

@@ -47,7 +47,8 @@ public:
     /// One image file: decode, scale, name, encode, write, apply the minimum-saving rule.
     CompressionResult compressOne(const QString& sourcePath, const CompressionSettings& settings);
     /// One page (zero-based) of a PDF, rendered at twice its size on white.
-    CompressionResult compressPDFPage(const QString& pdfPath, int pageIndex, const CompressionSettings& settings);
+    CompressionResult compressPDFPage(const QString& pdfPath, int pageIndex,
+                                      const CompressionSettings& settings);
 
     /// The concrete format for a source: `original` follows the source's extension (jpg, jpeg,
     /// png, webp, avif), anything else becomes JPEG; other choices are kept.

@@ -65,7 +65,8 @@ QString profileDescription(const uchar* icc, size_t length)
         const uchar* tag = icc + offset;
         if (std::memcmp(tag, "desc", 4) == 0) {
             const size_t count = std::min<size_t>(bigEndian32(tag + 8), size - 12);
-            return QString::fromLatin1(reinterpret_cast<const char*>(tag + 12), qsizetype(count)).remove(QChar(0));
+            return QString::fromLatin1(reinterpret_cast<const char*>(tag + 12), qsizetype(count))
+                .remove(QChar(0));
         }
         if (std::memcmp(tag, "mluc", 4) == 0 && size >= 28) {
             const size_t textLength = bigEndian32(tag + 20);
@@ -95,9 +96,10 @@ bool hasSRGBProfile(const vips::VImage& image)
         return false;
     size_t length = 0;
     const auto* icc = static_cast<const uchar*>(image.get_blob(VIPS_META_ICC_NAME, &length));
-    static const QStringList kSRGB = {QStringLiteral("sRGB IEC61966-2.1"), QStringLiteral("sRGB IEC61966-2-1 black scaled"),
-                                      QStringLiteral("sRGB IEC61966-2-1 no black scaling"), QStringLiteral("sRGB built-in"),
-                                      QStringLiteral("sRGB")};
+    static const QStringList kSRGB = {QStringLiteral("sRGB IEC61966-2.1"),
+                                      QStringLiteral("sRGB IEC61966-2-1 black scaled"),
+                                      QStringLiteral("sRGB IEC61966-2-1 no black scaling"),
+                                      QStringLiteral("sRGB built-in"), QStringLiteral("sRGB")};
     return kSRGB.contains(profileDescription(icc, length).trimmed());
 }
 
@@ -137,8 +139,8 @@ std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
     try {
         vips::VImage image = loadLazily(path);
         if (!fitsPixelLimit(image.width(), image.height())) {
-            qCWarning(lcCompression) << "refused" << image.width() << "x" << image.height() << "pixels:"
-                                     << QFileInfo(path).fileName();
+            qCWarning(lcCompression) << "refused" << image.width() << "x" << image.height()
+                                     << "pixels:" << QFileInfo(path).fileName();
             return std::nullopt;
         }
         // Turning the image reads it out of order, so a turned image is decoded into memory first.
@@ -155,7 +157,8 @@ vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
 {
     if (image.get_typeof(VIPS_META_ICC_NAME) != 0 && !hasSRGBProfile(image)) {
         try {
-            image = image.icc_transform("srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
+            image =
+                image.icc_transform("srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
         } catch (const vips::VError&) {
             // A profile that does not fit the pixels (or is damaged) is ignored, as if absent.
             image.remove(VIPS_META_ICC_NAME);
@@ -210,14 +213,15 @@ std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
         return std::nullopt;
 
     int status = LIBRAW_SUCCESS;
-    const std::unique_ptr<libraw_processed_image_t, LibRawImageFree> bitmap(processor->dcraw_make_mem_image(&status));
-    if (!bitmap || status != LIBRAW_SUCCESS || bitmap->type != LIBRAW_IMAGE_BITMAP || bitmap->bits != 8
-        || (bitmap->colors != 3 && bitmap->colors != 1))
+    const std::unique_ptr<libraw_processed_image_t, LibRawImageFree> bitmap(
+        processor->dcraw_make_mem_image(&status));
+    if (!bitmap || status != LIBRAW_SUCCESS || bitmap->type != LIBRAW_IMAGE_BITMAP || bitmap->bits != 8 ||
+        (bitmap->colors != 3 && bitmap->colors != 1))
         return std::nullopt;
     try {
-        const vips::VImage wrapped = vips::VImage::new_from_memory(bitmap->data, bitmap->data_size, bitmap->width,
-                                                                   bitmap->height, bitmap->colors,
-                                                                   VIPS_FORMAT_UCHAR);
+        const vips::VImage wrapped =
+            vips::VImage::new_from_memory(bitmap->data, bitmap->data_size, bitmap->width, bitmap->height,
+                                          bitmap->colors, VIPS_FORMAT_UCHAR);
         // The wrapper borrows LibRaw's buffer; copy before it is freed.
         return toSRGB8(wrapped).copy_memory();
     } catch (const vips::VError& error) {
@@ -248,17 +252,18 @@ std::optional<vips::VImage> ImageDecoder::renderPDFPage(const QString& path, int
     if (!VipsRuntime::ensureStarted() || pageIndex < 0)
         return std::nullopt;
     try {
-        vips::VImage page = vips::VImage::pdfload(QFile::encodeName(path).constData(),
-                                                  vips::VImage::option()
-                                                      ->set("page", pageIndex)
-                                                      ->set("n", 1)
-                                                      ->set("scale", kPDFScale)
-                                                      ->set("fail_on", kFailOn));
+        vips::VImage page =
+            vips::VImage::pdfload(QFile::encodeName(path).constData(), vips::VImage::option()
+                                                                           ->set("page", pageIndex)
+                                                                           ->set("n", 1)
+                                                                           ->set("scale", kPDFScale)
+                                                                           ->set("fail_on", kFailOn));
         if (!fitsPixelLimit(page.width(), page.height()))
             return std::nullopt;
         page = toSRGB8(page);
         if (page.bands() == 4)
-            page = page.flatten(vips::VImage::option()->set("background", std::vector<double>{255, 255, 255}));
+            page =
+                page.flatten(vips::VImage::option()->set("background", std::vector<double>{255, 255, 255}));
         return page.cast(VIPS_FORMAT_UCHAR).copy_memory();
     } catch (const vips::VError& error) {
         qCDebug(lcCompression) << "pdf render error:" << error.what();

@@ -42,9 +42,11 @@ vips::VImage ImageScaler::resizeLazily(const vips::VImage& image, qint64 maxEdge
                                          ->set("kernel", VIPS_KERNEL_LANCZOS3));
         if (alpha)
             out = out.unpremultiply();
-        out = out.cast(VIPS_FORMAT_UCHAR).copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+        out = out.cast(VIPS_FORMAT_UCHAR)
+                  .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
         if (out.width() != to.width() || out.height() != to.height())
-            out = out.embed(0, 0, to.width(), to.height(), vips::VImage::option()->set("extend", VIPS_EXTEND_COPY));
+            out = out.embed(0, 0, to.width(), to.height(),
+                            vips::VImage::option()->set("extend", VIPS_EXTEND_COPY));
         return out;
     } catch (const vips::VError& error) {
         qCWarning(lcCompression) << "resize failed:" << error.what();

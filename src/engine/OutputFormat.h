@@ -6,7 +6,14 @@
 #include <QString>
 
 /// Target format of a batch; raw values are what the settings store holds.
-enum class OutputFormat { Jpeg, Png, Webp, Avif, Original };
+enum class OutputFormat
+{
+    Jpeg,
+    Png,
+    Webp,
+    Avif,
+    Original
+};
 
 /// The per-case columns of OutputFormat.
 namespace OutputFormats {

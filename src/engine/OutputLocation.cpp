@@ -4,12 +4,14 @@ namespace OutputLocations {
 
 QString rawValue(OutputLocation location)
 {
-    return location == OutputLocation::CustomFolder ? QStringLiteral("customFolder") : QStringLiteral("sameFolder");
+    return location == OutputLocation::CustomFolder ? QStringLiteral("customFolder")
+                                                    : QStringLiteral("sameFolder");
 }
 
 OutputLocation fromRawValue(const QString& raw)
 {
-    return raw == QLatin1StringView("customFolder") ? OutputLocation::CustomFolder : OutputLocation::SameFolder;
+    return raw == QLatin1StringView("customFolder") ? OutputLocation::CustomFolder
+                                                    : OutputLocation::SameFolder;
 }
 
 } // namespace OutputLocations

@@ -3,7 +3,11 @@
 #include <QString>
 
 /// Where outputs go: beside the original, or into the chosen folder.
-enum class OutputLocation { SameFolder, CustomFolder };
+enum class OutputLocation
+{
+    SameFolder,
+    CustomFolder
+};
 
 namespace OutputLocations {
 QString rawValue(OutputLocation location);

@@ -102,7 +102,8 @@ std::optional<QString> OutputTarget::write(const QByteArray& bytes) const
         switch (place(temporaryName, QFile::encodeName(path), &error)) {
         case Placement::Placed:
             temporary.setAutoRemove(false);
-            qCDebug(lcCompression).noquote() << QStringLiteral("Write OK → %1").arg(QFileInfo(path).fileName());
+            qCDebug(lcCompression).noquote()
+                << QStringLiteral("Write OK → %1").arg(QFileInfo(path).fileName());
             return path;
         case Placement::Taken:
             continue;

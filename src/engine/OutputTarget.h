@@ -38,7 +38,12 @@ public:
     std::optional<QString> write(const QByteArray& bytes) const;
 
 private:
-    enum class Placement { Placed, Taken, Failed };
+    enum class Placement
+    {
+        Placed,
+        Taken,
+        Failed
+    };
     static Placement place(const QByteArray& temporary, const QByteArray& final, int* error);
 
     QString m_folder;

@@ -10,7 +10,8 @@ const QString kSeparator = QStringLiteral(" \u00B7 ");
 
 qsizetype SessionResult::succeededCount() const
 {
-    return std::count_if(results.cbegin(), results.cend(), [](const CompressionResult& r) { return r.succeeded(); });
+    return std::count_if(results.cbegin(), results.cend(),
+                         [](const CompressionResult& r) { return r.succeeded(); });
 }
 
 qsizetype SessionResult::failedCount() const
@@ -55,6 +56,8 @@ QString SessionResult::summary() const
                                       [](const CompressionResult& r) { return r.originalSize < 50'000; });
     if (allSmall)
         return QStringLiteral("Done") + kSeparator + QStringLiteral("files were already optimized");
-    return QString::number(succeeded) + (succeeded == 1 ? QStringLiteral(" image") : QStringLiteral(" images")) +
-           QStringLiteral(" optimized") + kSeparator + ByteCount::format(totalSavedBytes()) + QStringLiteral(" saved");
+    return QString::number(succeeded) +
+           (succeeded == 1 ? QStringLiteral(" image") : QStringLiteral(" images")) +
+           QStringLiteral(" optimized") + kSeparator + ByteCount::format(totalSavedBytes()) +
+           QStringLiteral(" saved");
 }

@@ -43,12 +43,13 @@ SizeLimitedWriter::SizeLimitedWriter(OutputFormat format, const CompressionSetti
 {
 }
 
-SizeLimitedWriter::SizeLimitedWriter(OutputFormat format, const CompressionSettings& settings, Encoder encoder)
-    : m_format(format)
-    , m_quality(format == OutputFormat::Png ? 1.0 : CompressionModes::quality(settings.compressionMode, format))
-    , m_limited(settings.limitOutputFileSize)
-    , m_maxFileSizeKB(settings.maxFileSizeKB)
-    , m_encoder(std::move(encoder))
+SizeLimitedWriter::SizeLimitedWriter(OutputFormat format, const CompressionSettings& settings,
+                                     Encoder encoder)
+    : m_format(format),
+      m_quality(format == OutputFormat::Png ? 1.0
+                                            : CompressionModes::quality(settings.compressionMode, format)),
+      m_limited(settings.limitOutputFileSize), m_maxFileSizeKB(settings.maxFileSizeKB),
+      m_encoder(std::move(encoder))
 {
 }
 
@@ -90,7 +91,8 @@ std::optional<QByteArray> SizeLimitedWriter::writePNG(const vips::VImage& image,
 {
     std::optional<QByteArray> bytes = encode(image, 1.0, 1.0);
     const qint64 encoded = m_attempts.last().size;
-    qCDebug(lcCompression).noquote() << QStringLiteral("PNG size limit: encoded=%1 target=%2").arg(encoded).arg(target);
+    qCDebug(lcCompression).noquote()
+        << QStringLiteral("PNG size limit: encoded=%1 target=%2").arg(encoded).arg(target);
 
     qint64 size = encoded;
     vips::VImage chosen = image;

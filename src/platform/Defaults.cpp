@@ -186,7 +186,8 @@ bool Defaults::boolean(const QString& key) const
         if (s.isEmpty())
             return false;
         const QChar c = s.at(0);
-        return c == u'y' || c == u't' || (c.isDigit() && c != u'0') || (s.size() > 1 && leadingNumber(s) != 0.0);
+        return c == u'y' || c == u't' || (c.isDigit() && c != u'0') ||
+               (s.size() > 1 && leadingNumber(s) != 0.0);
     }
     return false;
 }

@@ -79,7 +79,9 @@ void writeValue(QByteArray& out, const QVariant& value, int indent)
         return;
     }
     case QMetaType::QByteArray:
-        out.append("{\"$data\": ").append(quoted(QString::fromLatin1(value.toByteArray().toBase64()))).append('}');
+        out.append("{\"$data\": ")
+            .append(quoted(QString::fromLatin1(value.toByteArray().toBase64())))
+            .append('}');
         return;
     case QMetaType::QStringList:
     case QMetaType::QVariantList: {
@@ -150,8 +152,8 @@ QVariant readValue(const QJsonValue& value)
 
 QSettings::Format JsonSettingsFormat::format()
 {
-    static const QSettings::Format registered =
-        QSettings::registerFormat(QStringLiteral("json"), &JsonSettingsFormat::read, &JsonSettingsFormat::write);
+    static const QSettings::Format registered = QSettings::registerFormat(
+        QStringLiteral("json"), &JsonSettingsFormat::read, &JsonSettingsFormat::write);
     return registered;
 }
 

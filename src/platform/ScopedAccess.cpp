@@ -2,9 +2,7 @@
 
 #include <utility>
 
-ScopedAccess::ScopedAccess(QString path) : m_path(std::move(path)), m_started(startAccessing(m_path))
-{
-}
+ScopedAccess::ScopedAccess(QString path) : m_path(std::move(path)), m_started(startAccessing(m_path)) {}
 
 ScopedAccess::~ScopedAccess()
 {
@@ -18,6 +16,4 @@ bool ScopedAccess::startAccessing(const QString& path)
     return !path.isEmpty();
 }
 
-void ScopedAccess::stopAccessing(const QString&)
-{
-}
+void ScopedAccess::stopAccessing(const QString&) {}

@@ -8,12 +8,12 @@ namespace AcceptedFiles {
 
 const QSet<QString>& imageExts()
 {
-    static const QSet<QString> exts{
-        QStringLiteral("jpg"), QStringLiteral("jpeg"), QStringLiteral("png"),  QStringLiteral("heic"),
-        QStringLiteral("heif"), QStringLiteral("tiff"), QStringLiteral("tif"),  QStringLiteral("bmp"),
-        QStringLiteral("gif"), QStringLiteral("webp"), QStringLiteral("avif"), QStringLiteral("cr2"),
-        QStringLiteral("arw"), QStringLiteral("nef"),  QStringLiteral("dng"),  QStringLiteral("raw"),
-        QStringLiteral("pdf")};
+    static const QSet<QString> exts{QStringLiteral("jpg"),  QStringLiteral("jpeg"), QStringLiteral("png"),
+                                    QStringLiteral("heic"), QStringLiteral("heif"), QStringLiteral("tiff"),
+                                    QStringLiteral("tif"),  QStringLiteral("bmp"),  QStringLiteral("gif"),
+                                    QStringLiteral("webp"), QStringLiteral("avif"), QStringLiteral("cr2"),
+                                    QStringLiteral("arw"),  QStringLiteral("nef"),  QStringLiteral("dng"),
+                                    QStringLiteral("raw"),  QStringLiteral("pdf")};
     return exts;
 }
 

@@ -33,14 +33,16 @@ class BatchRunner final : public QObject
     Q_OBJECT
 
 public:
-    using Engine = std::function<QFuture<SessionResult>(const QStringList& paths, const CompressionSettings& settings,
-                                                        ImageCompressor::ProgressCallback progress)>;
+    using Engine =
+        std::function<QFuture<SessionResult>(const QStringList& paths, const CompressionSettings& settings,
+                                             ImageCompressor::ProgressCallback progress)>;
 
     /// The automatic hide after a batch, in milliseconds.
     static constexpr int kDismissDelayMs = 3000;
 
     /// `state` and `display` must outlive the runner. Without `engine`, the shared compressor is used.
-    BatchRunner(CompressionState& state, BatchDisplay& display, Engine engine = {}, QObject* parent = nullptr);
+    BatchRunner(CompressionState& state, BatchDisplay& display, Engine engine = {},
+                QObject* parent = nullptr);
 
     /// Runs the list through the engine exactly as given (no filtering, sorting or de-duplication).
     void handleFiles(const QStringList& paths);

@@ -11,7 +11,8 @@ DropZonePanel::DropZonePanel(Mode mode) : QWidget(nullptr), m_mode(mode)
         setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
         setAttribute(Qt::WA_TranslucentBackground);
     } else {
-        setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint | Qt::WindowMinimizeButtonHint);
+        setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint |
+                       Qt::WindowMinimizeButtonHint);
         // The card's rounded corners show the window's own background; make it the card's colour.
         QPalette dark = palette();
         dark.setColor(QPalette::Window, QColor::fromRgbF(0.08f, 0.08f, 0.08f));

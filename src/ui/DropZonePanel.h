@@ -21,7 +21,11 @@ class DropZonePanel final : public QWidget
     Q_OBJECT
 
 public:
-    enum class Mode { Floating, Windowed };
+    enum class Mode
+    {
+        Floating,
+        Windowed
+    };
     static constexpr QSize kSize{280, 220};
 
     explicit DropZonePanel(Mode mode = Mode::Floating);

@@ -53,10 +53,11 @@ QPushButton* DropZoneView::makeButton(const QString& title, Qt::Alignment alignm
     button->setFocusPolicy(Qt::NoFocus);
     button->setCursor(Qt::PointingHandCursor);
     button->setFont(PaintKit::systemFont(11));
-    button->setStyleSheet(QStringLiteral("QPushButton { border: none; background: transparent; padding: 0 4px;"
-                                         " color: rgba(255, 255, 255, 40%); text-align: %1; }"
-                                         "QPushButton:hover { color: rgba(255, 255, 255, 65%); }")
-                              .arg(alignment & Qt::AlignLeft ? QStringLiteral("left") : QStringLiteral("right")));
+    button->setStyleSheet(
+        QStringLiteral("QPushButton { border: none; background: transparent; padding: 0 4px;"
+                       " color: rgba(255, 255, 255, 40%); text-align: %1; }"
+                       "QPushButton:hover { color: rgba(255, 255, 255, 65%); }")
+            .arg(alignment & Qt::AlignLeft ? QStringLiteral("left") : QStringLiteral("right")));
     return button;
 }
 
@@ -81,8 +82,9 @@ void DropZoneView::didClickQuit()
 QString DropZoneView::settingsSummary(const CompressionSettings& settings)
 {
     QStringList parts;
-    parts << (settings.outputFormat == OutputFormat::Original ? QStringLiteral("original")
-                                                               : OutputFormats::fileExtension(settings.outputFormat).toUpper());
+    parts << (settings.outputFormat == OutputFormat::Original
+                  ? QStringLiteral("original")
+                  : OutputFormats::fileExtension(settings.outputFormat).toUpper());
     if (settings.limitLongestEdge)
         parts << QStringLiteral("≤%1px").arg(settings.longestEdgePx);
     if (settings.limitOutputFileSize) {
@@ -94,7 +96,9 @@ QString DropZoneView::settingsSummary(const CompressionSettings& settings)
 
 QString DropZoneView::countLine(qint64 total)
 {
-    return QStringLiteral("Optimizing %1 image%2...").arg(total).arg(total == 1 ? QString() : QStringLiteral("s"));
+    return QStringLiteral("Optimizing %1 image%2...")
+        .arg(total)
+        .arg(total == 1 ? QString() : QStringLiteral("s"));
 }
 
 DropZoneView::Body DropZoneView::body() const
@@ -149,7 +153,8 @@ void DropZoneView::resizeEvent(QResizeEvent* event)
     m_quitButton->setGeometry(toWidget(QRectF(h, 0, h - 8, 32)).toRect());
 }
 
-void DropZoneView::drawSymbol(QPainter& painter, const QString& name, const QRectF& rect, const QColor& color) const
+void DropZoneView::drawSymbol(QPainter& painter, const QString& name, const QRectF& rect,
+                              const QColor& color) const
 {
     const QImage image = PaintKit::tintedSymbol(name, rect.size(), color, devicePixelRatioF());
     if (!image.isNull()) // missing artwork is skipped, the rest still draws
@@ -169,11 +174,12 @@ void DropZoneView::paintEvent(QPaintEvent*)
     painter.fillPath(card, kBackground);
 
     drawSymbol(painter, QStringLiteral("bolt.fill"), toWidget(QRectF(14, h - 28, 12, 14)), kAccent);
-    PaintKit::drawTextAtBottomLeft(painter, h, {30, h - 27}, PaintKit::systemFont(13, QFont::DemiBold), Qt::white,
-                                   QStringLiteral("Brevona"));
+    PaintKit::drawTextAtBottomLeft(painter, h, {30, h - 27}, PaintKit::systemFont(13, QFont::DemiBold),
+                                   Qt::white, QStringLiteral("Brevona"));
     const QString summary = settingsSummary(CompressionSettings::current());
     if (!summary.isEmpty())
-        PaintKit::drawTextAtBottomLeft(painter, h, {30, h - 41}, PaintKit::systemFont(10), white(0.3f), summary);
+        PaintKit::drawTextAtBottomLeft(painter, h, {30, h - 41}, PaintKit::systemFont(10), white(0.3f),
+                                       summary);
 
     painter.fillRect(toWidget(QRectF(0, h - 52, w, 1)), white(0.08f));
     painter.fillRect(toWidget(QRectF(0, 32, w, 1)), white(0.08f));
@@ -211,19 +217,21 @@ void DropZoneView::drawPrompt(QPainter& painter) const
     painter.strokePath(shape, pen);
 
     const QSizeF iconSize = PaintKit::symbolSize(QStringLiteral("photo.stack"));
-    drawSymbol(painter, QStringLiteral("photo.stack"),
-               toWidget(QRectF(QPointF(area.center().x() - iconSize.width() / 2, area.center().y() + 8), iconSize)),
-               m_isTargeted ? kAccent : white(0.22f));
+    drawSymbol(
+        painter, QStringLiteral("photo.stack"),
+        toWidget(QRectF(QPointF(area.center().x() - iconSize.width() / 2, area.center().y() + 8), iconSize)),
+        m_isTargeted ? kAccent : white(0.22f));
 
     const QFont mainFont = PaintKit::systemFont(12, QFont::Medium);
     const QString main = m_isTargeted ? kPromptTargeted : kPromptIdle;
-    PaintKit::drawTextAtBottomLeft(painter, h,
-                                   {area.center().x() - PaintKit::textWidth(mainFont, main) / 2, area.center().y() - 6},
-                                   mainFont, m_isTargeted ? kAccent : white(0.45f), main);
+    PaintKit::drawTextAtBottomLeft(
+        painter, h, {area.center().x() - PaintKit::textWidth(mainFont, main) / 2, area.center().y() - 6},
+        mainFont, m_isTargeted ? kAccent : white(0.45f), main);
     const QFont smallFont = PaintKit::systemFont(10);
     PaintKit::drawTextAtBottomLeft(
-        painter, h, {area.center().x() - PaintKit::textWidth(smallFont, kFormats) / 2, area.center().y() - 22},
-        smallFont, white(0.18f), kFormats);
+        painter, h,
+        {area.center().x() - PaintKit::textWidth(smallFont, kFormats) / 2, area.center().y() - 22}, smallFont,
+        white(0.18f), kFormats);
 }
 
 void DropZoneView::drawProgress(QPainter& painter) const
@@ -246,7 +254,8 @@ void DropZoneView::drawProgress(QPainter& painter) const
 
     const QString file = m_compressionState->currentFile();
     if (!file.isEmpty())
-        PaintKit::drawTextAtBottomLeft(painter, h, {16, y0 - 34}, PaintKit::systemFont(10), white(0.35f), file);
+        PaintKit::drawTextAtBottomLeft(painter, h, {16, y0 - 34}, PaintKit::systemFont(10), white(0.35f),
+                                       file);
 }
 
 void DropZoneView::drawResult(QPainter& painter) const
@@ -261,18 +270,19 @@ void DropZoneView::drawResult(QPainter& painter) const
 
     const QSizeF checkSize = PaintKit::symbolSize(QStringLiteral("checkmark"));
     drawSymbol(painter, QStringLiteral("checkmark"),
-               QRectF(disc.center() - QPointF(checkSize.width() / 2, checkSize.height() / 2), checkSize), kAccent);
+               QRectF(disc.center() - QPointF(checkSize.width() / 2, checkSize.height() / 2), checkSize),
+               kAccent);
 
     const QStringList pieces = m_compressionState->completionMessage().split(kSeparator);
     const QFont firstFont = PaintKit::systemFont(13, QFont::DemiBold);
     const QString first = pieces.value(0);
-    PaintKit::drawTextAtBottomLeft(painter, h, {midX - PaintKit::textWidth(firstFont, first) / 2, 86}, firstFont,
-                                   Qt::white, first);
+    PaintKit::drawTextAtBottomLeft(painter, h, {midX - PaintKit::textWidth(firstFont, first) / 2, 86},
+                                   firstFont, Qt::white, first);
     if (pieces.size() >= 2) {
         const QFont secondFont = PaintKit::systemFont(11, QFont::Medium);
         PaintKit::drawTextAtBottomLeft(painter, h,
-                                       {midX - PaintKit::textWidth(secondFont, pieces.at(1)) / 2, 68}, secondFont,
-                                       kAccent, pieces.at(1));
+                                       {midX - PaintKit::textWidth(secondFont, pieces.at(1)) / 2, 68},
+                                       secondFont, kAccent, pieces.at(1));
     }
 }
 

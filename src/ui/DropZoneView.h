@@ -24,7 +24,13 @@ class DropZoneView final : public QWidget
     Q_OBJECT
 
 public:
-    enum class Body { None, DropPrompt, Progress, Result };
+    enum class Body
+    {
+        None,
+        DropPrompt,
+        Progress,
+        Result
+    };
 
     explicit DropZoneView(QWidget* parent = nullptr);
 

@@ -29,7 +29,8 @@ QSizeF PaintKit::symbolSize(const QString& name)
     return renderer.viewBoxF().size();
 }
 
-QImage PaintKit::tintedSymbol(const QString& name, const QSizeF& size, const QColor& color, qreal devicePixelRatio)
+QImage PaintKit::tintedSymbol(const QString& name, const QSizeF& size, const QColor& color,
+                              qreal devicePixelRatio)
 {
     QSvgRenderer renderer(resourceFor(name));
     if (!renderer.isValid() || size.isEmpty())

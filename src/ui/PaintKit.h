@@ -26,7 +26,8 @@ public:
 
     /// The symbol rendered into `size` and filled with `color` where it is opaque; a null image
     /// when there is no such artwork.
-    static QImage tintedSymbol(const QString& name, const QSizeF& size, const QColor& color, qreal devicePixelRatio);
+    static QImage tintedSymbol(const QString& name, const QSizeF& size, const QColor& color,
+                               qreal devicePixelRatio);
 
     /// Draws `text` with the lower-left corner of its line box at (x, y) measured from the bottom
     /// of an area `height` pixels high.

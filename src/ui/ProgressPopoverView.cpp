@@ -118,8 +118,9 @@ void ProgressPopoverView::stateChanged()
     const bool showBar = !l.bar.isNull();
     m_bar->setVisible(showBar);
     if (showBar) {
-        m_bar->setGeometry(l.bar.adjusted(-ProgressBarView::kGlowMargin, -ProgressBarView::kGlowMargin,
-                                          ProgressBarView::kGlowMargin, ProgressBarView::kGlowMargin)
+        m_bar->setGeometry(l.bar
+                               .adjusted(-ProgressBarView::kGlowMargin, -ProgressBarView::kGlowMargin,
+                                         ProgressBarView::kGlowMargin, ProgressBarView::kGlowMargin)
                                .toRect());
         m_bar->setProgress(m_state ? m_state->progress() : 0.0);
     }
@@ -135,7 +136,8 @@ void ProgressPopoverView::paintEvent(QPaintEvent*)
     const Layout l = layout();
     const QColor accent = colorFromHex(QStringLiteral("#FFD60A"));
 
-    const QImage bolt = PaintKit::tintedSymbol(QStringLiteral("bolt.fill"), l.icon.size(), accent, devicePixelRatioF());
+    const QImage bolt =
+        PaintKit::tintedSymbol(QStringLiteral("bolt.fill"), l.icon.size(), accent, devicePixelRatioF());
     if (!bolt.isNull())
         painter.drawImage(l.icon.topLeft(), bolt);
     painter.setFont(headerFont());
@@ -145,12 +147,14 @@ void ProgressPopoverView::paintEvent(QPaintEvent*)
     if (m_state && m_state->isComplete()) {
         painter.setFont(countFont());
         painter.setPen(white(0.85f));
-        painter.drawText(l.summary, Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap, m_state->completionMessage());
+        painter.drawText(l.summary, Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap,
+                         m_state->completionMessage());
         return;
     }
     painter.setFont(countFont());
     painter.setPen(white(0.85f));
-    painter.drawText(l.countLine, Qt::AlignLeft | Qt::AlignVCenter, DropZoneView::countLine(m_state ? m_state->total() : 0));
+    painter.drawText(l.countLine, Qt::AlignLeft | Qt::AlignVCenter,
+                     DropZoneView::countLine(m_state ? m_state->total() : 0));
     if (!l.fileLine.isNull()) {
         painter.setFont(fileFont());
         painter.setPen(white(0.5f));

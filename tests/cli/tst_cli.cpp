@@ -41,8 +41,8 @@ private:
         process.setProcessEnvironment(environment);
         process.start(qEnvironmentVariable("BREVONA_CLI"), arguments);
         process.waitForFinished(120'000);
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput(),
-                process.readAllStandardError()};
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardOutput(), process.readAllStandardError()};
     }
     QString copy(const QString& name, const QString& asName = {}) const
     {
@@ -88,7 +88,8 @@ private Q_SLOTS:
         QJsonParseError error;
         const QJsonObject report = QJsonDocument::fromJson(run.out, &error).object();
         QVERIFY2(error.error == QJsonParseError::NoError, run.out.constData());
-        QCOMPARE(report.value(QStringLiteral("summary")).toString(), QStringLiteral("5/6 optimized · 1 failed"));
+        QCOMPARE(report.value(QStringLiteral("summary")).toString(),
+                 QStringLiteral("5/6 optimized · 1 failed"));
         const QJsonArray results = report.value(QStringLiteral("results")).toArray();
         QCOMPARE(results.size(), 6);
         const QStringList sources{png, pdf, pdf, pdf, broken, jpg};
@@ -99,16 +100,19 @@ private Q_SLOTS:
             QVERIFY(result.value(QStringLiteral("compressedSize")).isDouble());
             if (i == 4) {
                 QVERIFY(result.value(QStringLiteral("output")).isNull());
-                QCOMPARE(result.value(QStringLiteral("error")).toString(), QStringLiteral("Cannot decode image"));
+                QCOMPARE(result.value(QStringLiteral("error")).toString(),
+                         QStringLiteral("Cannot decode image"));
                 QCOMPARE(result.value(QStringLiteral("compressedSize")).toInteger(), 0);
             } else {
                 QVERIFY(result.value(QStringLiteral("error")).isNull());
                 const QString output = result.value(QStringLiteral("output")).toString();
                 QVERIFY(QFileInfo::exists(output));
-                QCOMPARE(result.value(QStringLiteral("compressedSize")).toInteger(), QFileInfo(output).size());
+                QCOMPARE(result.value(QStringLiteral("compressedSize")).toInteger(),
+                         QFileInfo(output).size());
             }
         }
-        QCOMPARE(results[2].toObject().value(QStringLiteral("output")).toString(), m_dir->filePath(QStringLiteral("doc-web-p2.jpg")));
+        QCOMPARE(results[2].toObject().value(QStringLiteral("output")).toString(),
+                 m_dir->filePath(QStringLiteral("doc-web-p2.jpg")));
         QVERIFY(run.err.contains("doc.pdf p3")); // progress goes to stderr
     }
 
@@ -117,11 +121,12 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("lastLine");
-        QTest::newRow("all written (small originals)") << QStringList{} << 0 << "Done · files were already optimized";
+        QTest::newRow("all written (small originals)")
+            << QStringList{} << 0 << "Done · files were already optimized";
         QTest::newRow("already optimized counts as success")
             << QStringList{"--min-saving", "100"} << 0 << "Already optimized · no changes needed";
-        QTest::newRow("flags change the output") << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s"}
-                                                 << 0 << "";
+        QTest::newRow("flags change the output")
+            << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s"} << 0 << "";
     }
     void exitCodes()
     {
@@ -138,7 +143,8 @@ private Q_SLOTS:
             QCOMPARE(lines.last(), lastLine);
         if (options.contains(QStringLiteral("_s")))
             QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("a_s.png"))));
-        QVERIFY(storedSuite().isEmpty() || !storedSuite().contains(QStringLiteral("outputFormat"))); // nothing saved
+        QVERIFY(storedSuite().isEmpty() ||
+                !storedSuite().contains(QStringLiteral("outputFormat"))); // nothing saved
     }
 
     void usageErrors_data()
@@ -153,7 +159,8 @@ private Q_SLOTS:
         QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"};
         QTest::newRow("edge not a number") << QStringList{"compress", "--max-edge", "big", "x.jpg"};
         QTest::newRow("saving above 100") << QStringList{"compress", "--min-saving", "101", "x.jpg"};
-        QTest::newRow("missing out folder") << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"};
+        QTest::newRow("missing out folder")
+            << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"};
         QTest::newRow("settings with three words") << QStringList{"settings", "a", "b", "c"};
         QTest::newRow("integer setting from text") << QStringList{"settings", "maxFileSizeKB", "lots"};
         QTest::newRow("bool setting from text") << QStringList{"settings", "limitOutputFileSize", "maybe"};
@@ -172,8 +179,8 @@ private Q_SLOTS:
     {
         QTemporaryDir out;
         const QString a = copy(QStringLiteral("rgba-32x32.png"));
-        const Run run = cli({QStringLiteral("compress"), QStringLiteral("--out"), out.path(), QStringLiteral("--format"),
-                             QStringLiteral("webp"), a});
+        const Run run = cli({QStringLiteral("compress"), QStringLiteral("--out"), out.path(),
+                             QStringLiteral("--format"), QStringLiteral("webp"), a});
         QCOMPARE(run.exitCode, 0);
         QVERIFY(QFileInfo::exists(QDir(out.path()).filePath(QStringLiteral("rgba-32x32-web.webp"))));
     }
@@ -184,12 +191,24 @@ private Q_SLOTS:
         QTest::addColumn<QString>("value");
         QTest::addColumn<QString>("printed");
         QTest::addColumn<QJsonValue>("stored");
-        QTest::newRow("integer") << "maxFileSizeKB" << "300" << "300" << QJsonValue(300);
-        QTest::newRow("bool") << "limitOutputFileSize" << "yes" << "true" << QJsonValue(true);
-        QTest::newRow("double") << "quality" << "0.5" << "0.5" << QJsonValue(0.5);
-        QTest::newRow("string") << "suffix" << "_small" << "_small" << QJsonValue(QStringLiteral("_small"));
-        QTest::newRow("empty string") << "suffix" << "" << "" << QJsonValue(QString());
-        QTest::newRow("unregistered key") << "note" << "42" << "42" << QJsonValue(QStringLiteral("42"));
+        QTest::newRow("integer") << "maxFileSizeKB"
+                                 << "300"
+                                 << "300" << QJsonValue(300);
+        QTest::newRow("bool") << "limitOutputFileSize"
+                              << "yes"
+                              << "true" << QJsonValue(true);
+        QTest::newRow("double") << "quality"
+                                << "0.5"
+                                << "0.5" << QJsonValue(0.5);
+        QTest::newRow("string") << "suffix"
+                                << "_small"
+                                << "_small" << QJsonValue(QStringLiteral("_small"));
+        QTest::newRow("empty string") << "suffix"
+                                      << ""
+                                      << "" << QJsonValue(QString());
+        QTest::newRow("unregistered key") << "note"
+                                          << "42"
+                                          << "42" << QJsonValue(QStringLiteral("42"));
     }
     void settingsWriteTypedValues()
     {
@@ -212,7 +231,9 @@ private Q_SLOTS:
         QCOMPARE(list.out.count(" (default)\n"), 12); // every registered key, none stored yet
         QVERIFY(list.out.endsWith("\ngroupDefaultsMigrated_v1 = true\n"));
 
-        QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("outputFormat"), QStringLiteral("png")}).exitCode, 0);
+        QCOMPARE(
+            cli({QStringLiteral("settings"), QStringLiteral("outputFormat"), QStringLiteral("png")}).exitCode,
+            0);
         QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("extra"), QStringLiteral("x")}).exitCode, 0);
         list = cli({QStringLiteral("settings")});
         QVERIFY(list.out.startsWith("outputFormat = png\n"));
@@ -223,7 +244,9 @@ private Q_SLOTS:
         QCOMPARE(cli({QStringLiteral("compress"), a}).exitCode, 0);
         QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("a-web.png"))));
 
-        QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("--delete"), QStringLiteral("outputFormat")}).exitCode, 0);
+        QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("--delete"), QStringLiteral("outputFormat")})
+                     .exitCode,
+                 0);
         QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("outputFormat")}).out, QByteArray("jpeg\n"));
         QVERIFY(!storedSuite().contains(QStringLiteral("outputFormat")));
         QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("neverSet")}).exitCode, 1);

@@ -8,7 +8,8 @@
 class IsolatedConfig final
 {
 public:
-    IsolatedConfig() : m_old(qgetenv("XDG_CONFIG_HOME")), m_hadOld(qEnvironmentVariableIsSet("XDG_CONFIG_HOME"))
+    IsolatedConfig()
+        : m_old(qgetenv("XDG_CONFIG_HOME")), m_hadOld(qEnvironmentVariableIsSet("XDG_CONFIG_HOME"))
     {
         qputenv("XDG_CONFIG_HOME", m_dir.path().toUtf8());
     }

@@ -43,7 +43,8 @@ inline bool writeFile(const QString& path, const QByteArray& bytes)
 /// Names in `folder`, hidden ones included (a leftover temporary file would be hidden).
 inline QStringList entries(const QString& folder)
 {
-    return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                                  QDir::Name);
 }
 
 } // namespace EngineFixtures

@@ -71,7 +71,8 @@ private Q_SLOTS:
         while (it.hasNext()) {
             const QString path = it.next();
             const QString relative = QDir(kCorpus).relativeFilePath(path);
-            if (QFileInfo(path).size() > kMaxFileSize && !relative.startsWith(QLatin1String("malformed/bombs/"))) {
+            if (QFileInfo(path).size() > kMaxFileSize &&
+                !relative.startsWith(QLatin1String("malformed/bombs/"))) {
                 ++skipped;
                 continue;
             }
@@ -84,22 +85,26 @@ private Q_SLOTS:
             QVERIFY2(result.succeeded() || result.error, qPrintable(relative));
             if (result.succeeded()) {
                 ++succeeded;
-                const vips::VImage written = vips::VImage::new_from_file(result.outputURL->toUtf8().constData());
-                QVERIFY2(written.width() > 0 && written.width() <= settings.longestEdgePx, qPrintable(relative));
+                const vips::VImage written =
+                    vips::VImage::new_from_file(result.outputURL->toUtf8().constData());
+                QVERIFY2(written.width() > 0 && written.width() <= settings.longestEdgePx,
+                         qPrintable(relative));
                 QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
                 QFile::remove(*result.outputURL);
             } else {
                 ++failed;
                 QCOMPARE(result.error, std::optional(CompressorError::CannotDecode));
                 // Outside the deliberately broken files, what libvips reads strictly must come out.
-                if (folder != QLatin1String("malformed") && expected.value(relative).second == QLatin1String("ok"))
+                if (folder != QLatin1String("malformed") &&
+                    expected.value(relative).second == QLatin1String("ok"))
                     surprises.append(relative);
             }
-            if (relative.startsWith(QLatin1String("malformed/bombs/")) && relative.contains(QLatin1String("giant")))
+            if (relative.startsWith(QLatin1String("malformed/bombs/")) &&
+                relative.contains(QLatin1String("giant")))
                 QVERIFY2(!result.succeeded(), qPrintable(relative));
         }
-        qInfo("%s: %d written, %d refused, %d over %lld bytes left out", qPrintable(folder), succeeded, failed,
-              skipped, kMaxFileSize);
+        qInfo("%s: %d written, %d refused, %d over %lld bytes left out", qPrintable(folder), succeeded,
+              failed, skipped, kMaxFileSize);
         QVERIFY2(surprises.isEmpty(), qPrintable(surprises.join(QLatin1Char(' '))));
         QCOMPARE(entries(out.path()), QStringList{});
     }

@@ -63,14 +63,20 @@ private Q_SLOTS:
         QTest::addColumn<QString>("edit"); // how the fixture's profile is altered first
         QTest::addColumn<bool>("converted");
 
-        QTest::newRow("sRGB IEC61966-2.1 kept") << "srgb-icc-302x403.jpg" << "" << false;
-        QTest::newRow("Adobe RGB converted") << "shoes-adobergb-150x100.jpg" << "" << true;
-        QTest::newRow("channel-swapping profile converted") << "rgb-to-gbr-250.jpg" << "" << true;
+        QTest::newRow("sRGB IEC61966-2.1 kept") << "srgb-icc-302x403.jpg"
+                                                << "" << false;
+        QTest::newRow("Adobe RGB converted") << "shoes-adobergb-150x100.jpg"
+                                             << "" << true;
+        QTest::newRow("channel-swapping profile converted") << "rgb-to-gbr-250.jpg"
+                                                            << "" << true;
         // Damaged profiles: the name cannot be read, and the transform refuses them, so the
         // pixels stay as stored.
-        QTest::newRow("sRGB profile truncated") << "srgb-icc-302x403.jpg" << "truncate" << false;
-        QTest::newRow("description beyond the end") << "srgb-icc-302x403.jpg" << "desc-offset" << false;
-        QTest::newRow("description of absurd length") << "srgb-icc-302x403.jpg" << "desc-length" << false;
+        QTest::newRow("sRGB profile truncated") << "srgb-icc-302x403.jpg"
+                                                << "truncate" << false;
+        QTest::newRow("description beyond the end") << "srgb-icc-302x403.jpg"
+                                                    << "desc-offset" << false;
+        QTest::newRow("description of absurd length") << "srgb-icc-302x403.jpg"
+                                                      << "desc-length" << false;
     }
     void profiles()
     {
@@ -90,7 +96,8 @@ private Q_SLOTS:
                 putBigEndian32(icc, desc + 4, 0x7fffffff);
             else if (edit == "desc-length")
                 putBigEndian32(icc, desc + 8, 0xffffffff);
-            vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, icc.constData(), size_t(icc.size()));
+            vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, icc.constData(),
+                                     size_t(icc.size()));
         }
 
         const vips::VImage converted8 = ImageDecoder::toSRGB8(image);

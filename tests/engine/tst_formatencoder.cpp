@@ -22,10 +22,12 @@ vips::VImage photo()
 vips::VImage translucent()
 {
     const vips::VImage x = vips::VImage::xyz(64, 64).extract_band(0) * 4;
-    const vips::VImage left = vips::VImage::bandjoin({x, x, 255 - x, vips::VImage::black(64, 64) + 255}).crop(0, 0, 32, 64);
+    const vips::VImage left =
+        vips::VImage::bandjoin({x, x, 255 - x, vips::VImage::black(64, 64) + 255}).crop(0, 0, 32, 64);
     const vips::VImage right = vips::VImage::black(32, 64).new_from_image({200, 100, 50, 128});
     vips::VImage image = left.join(right, VIPS_DIRECTION_HORIZONTAL).cast(VIPS_FORMAT_UCHAR);
-    image = image.insert(vips::VImage::black(64, 8).new_from_image({10, 200, 10, 0}).cast(VIPS_FORMAT_UCHAR), 0, 0);
+    image = image.insert(vips::VImage::black(64, 8).new_from_image({10, 200, 10, 0}).cast(VIPS_FORMAT_UCHAR),
+                         0, 0);
     return image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB)).copy_memory();
 }
 
@@ -73,7 +75,8 @@ private Q_SLOTS:
         QCOMPARE(QString::fromUtf8(decoded.get_string("vips-loader")), loader);
         QCOMPARE(decoded.width(), source.width());
         QCOMPARE(decoded.height(), source.height());
-        const double difference = meanDifference(decoded.extract_band(0, vips::VImage::option()->set("n", 3)), source);
+        const double difference =
+            meanDifference(decoded.extract_band(0, vips::VImage::option()->set("n", 3)), source);
         QVERIFY2(difference <= tolerance, qPrintable(QString::number(difference)));
     }
 
@@ -89,11 +92,13 @@ private Q_SLOTS:
     {
         QFETCH(QString, type);
         // A decoded camera-style file still carries its EXIF block and a profile in memory.
-        const vips::VImage source = *ImageDecoder::decode(dataPath(QStringLiteral("shoes-adobergb-150x100.jpg")));
+        const vips::VImage source =
+            *ImageDecoder::decode(dataPath(QStringLiteral("shoes-adobergb-150x100.jpg")));
         const auto bytes = FormatEncoder::encode(source, type, 0.8);
         QVERIFY(bytes);
         const vips::VImage decoded = decodeBytes(*bytes);
-        for (const char* field : {VIPS_META_EXIF_NAME, VIPS_META_ICC_NAME, VIPS_META_XMP_NAME, VIPS_META_IPTC_NAME})
+        for (const char* field :
+             {VIPS_META_EXIF_NAME, VIPS_META_ICC_NAME, VIPS_META_XMP_NAME, VIPS_META_IPTC_NAME})
             QVERIFY2(decoded.get_typeof(field) == 0, field);
     }
 
@@ -111,7 +116,8 @@ private Q_SLOTS:
         const auto high = FormatEncoder::encode(source, type, 0.95);
         const auto low = FormatEncoder::encode(source, type, 0.65);
         QVERIFY(high && low);
-        QVERIFY2(low->size() < high->size(), qPrintable(QStringLiteral("%1 >= %2").arg(low->size()).arg(high->size())));
+        QVERIFY2(low->size() < high->size(),
+                 qPrintable(QStringLiteral("%1 >= %2").arg(low->size()).arg(high->size())));
     }
 
     void keepsStraightAlpha_data()

@@ -71,7 +71,8 @@ private:
     /// A plain grey-and-gradient JPEG of the given size.
     QString generated(const QString& name, int width, int height)
     {
-        const vips::VImage image = (vips::VImage::xyz(width, height).extract_band(0) % 256).cast(VIPS_FORMAT_UCHAR);
+        const vips::VImage image =
+            (vips::VImage::xyz(width, height).extract_band(0) % 256).cast(VIPS_FORMAT_UCHAR);
         image.write_to_file(m_dir->filePath(name).toUtf8().constData());
         m_originals.insert(m_dir->filePath(name), sha256(m_dir->filePath(name)));
         return m_dir->filePath(name);
@@ -81,10 +82,11 @@ private:
     static SessionResult run(const QStringList& paths, const CompressionSettings& settings,
                              QList<Progress>* progress = nullptr)
     {
-        return ImageCompressor::shared().compressBatch(paths, settings, [progress](int i, int total, const QString& label) {
-            if (progress)
-                progress->append({i, total, label});
-        });
+        return ImageCompressor::shared().compressBatch(paths, settings,
+                                                       [progress](int i, int total, const QString& label) {
+                                                           if (progress)
+                                                               progress->append({i, total, label});
+                                                       });
     }
 
 private Q_SLOTS:
@@ -120,10 +122,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fixture");
         QTest::addColumn<OutputFormat>("format");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("jpg kept as jpg") << "orient1-360x240.jpg" << OutputFormat::Original << "orient1-360x240_2.jpg";
+        QTest::newRow("jpg kept as jpg")
+            << "orient1-360x240.jpg" << OutputFormat::Original << "orient1-360x240_2.jpg";
         QTest::newRow("png to png") << "rgba-32x32.png" << OutputFormat::Png << "rgba-32x32_2.png";
-        QTest::newRow("webp kept as webp") << "transparent-200x150.webp" << OutputFormat::Original
-                                           << "transparent-200x150_2.webp";
+        QTest::newRow("webp kept as webp")
+            << "transparent-200x150.webp" << OutputFormat::Original << "transparent-200x150_2.webp";
     }
     void emptySuffixNeverOverwritesTheSource()
     {
@@ -172,15 +175,19 @@ private Q_SLOTS:
         QTest::addColumn<OutputFormat>("format");
         QTest::addColumn<QString>("expected");
         QTest::addColumn<QString>("loader");
-        QTest::newRow("heic as original") << "colors-alpha-64x64.heic" << OutputFormat::Original
-                                          << "colors-alpha-64x64-web.jpg" << "jpegload";
+        QTest::newRow("heic as original")
+            << "colors-alpha-64x64.heic" << OutputFormat::Original << "colors-alpha-64x64-web.jpg"
+            << "jpegload";
         QTest::newRow("png as original") << "rgba-32x32.png" << OutputFormat::Original << "rgba-32x32-web.png"
                                          << "pngload";
-        QTest::newRow("avif as original") << "colors-srgb-200x200.avif" << OutputFormat::Original
-                                          << "colors-srgb-200x200-web.avif" << "heifload";
-        QTest::newRow("gif to webp") << "cogs-5frames-85x77.gif" << OutputFormat::Webp << "cogs-5frames-85x77-web.webp"
+        QTest::newRow("avif as original")
+            << "colors-srgb-200x200.avif" << OutputFormat::Original << "colors-srgb-200x200-web.avif"
+            << "heifload";
+        QTest::newRow("gif to webp") << "cogs-5frames-85x77.gif" << OutputFormat::Webp
+                                     << "cogs-5frames-85x77-web.webp"
                                      << "webpload";
-        QTest::newRow("bmp to png") << "pal8-127x64.bmp" << OutputFormat::Png << "pal8-127x64-web.png" << "pngload";
+        QTest::newRow("bmp to png") << "pal8-127x64.bmp" << OutputFormat::Png << "pal8-127x64-web.png"
+                                    << "pngload";
     }
     void writesTheResolvedFormat()
     {
@@ -249,7 +256,8 @@ private Q_SLOTS:
             const CompressionResult& result = session.results[page];
             QVERIFY(result.succeeded());
             QCOMPARE(result.sourceURL, pdf);
-            QCOMPARE(*result.outputURL, path(QStringLiteral("report-web-p%1.%2").arg(page + 1).arg(extension)));
+            QCOMPARE(*result.outputURL,
+                     path(QStringLiteral("report-web-p%1.%2").arg(page + 1).arg(extension)));
             QCOMPARE(result.originalSize, QFileInfo(pdf).size() / 3);
             QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
             QCOMPARE(imageSize(*result.outputURL), QSize(400, 200));
@@ -270,7 +278,8 @@ private Q_SLOTS:
             QCOMPARE(i, labels.size());
             labels.append(label);
         }
-        QCOMPARE(labels, (QStringList{"a.png", "doc.PDF p1", "doc.PDF p2", "doc.PDF p3", "broken.pdf", "b.jpg", ""}));
+        QCOMPARE(labels,
+                 (QStringList{"a.png", "doc.PDF p1", "doc.PDF p2", "doc.PDF p3", "broken.pdf", "b.jpg", ""}));
         QCOMPARE(session.results.size(), 6);
         QCOMPARE(session.results[4].sourceURL, broken);
         QCOMPARE(session.results[4].error, std::optional(CompressorError::CannotDecode));
@@ -296,12 +305,16 @@ private Q_SLOTS:
         QTest::addColumn<bool>("kept");
         QTest::newRow("15 % under 20 %") << qint64(100000) << qint64(85000) << true << qint64(20) << false;
         QTest::newRow("exactly 20 %") << qint64(100000) << qint64(80000) << true << qint64(20) << true;
-        QTest::newRow("19.999 % truncates to 19") << qint64(100000) << qint64(80001) << true << qint64(20) << false;
+        QTest::newRow("19.999 % truncates to 19")
+            << qint64(100000) << qint64(80001) << true << qint64(20) << false;
         QTest::newRow("33.3 % truncates to 33") << qint64(3) << qint64(2) << true << qint64(33) << true;
-        QTest::newRow("larger output with rule") << qint64(100000) << qint64(120000) << true << qint64(20) << false;
-        QTest::newRow("larger output without rule") << qint64(100000) << qint64(120000) << false << qint64(20) << true;
+        QTest::newRow("larger output with rule")
+            << qint64(100000) << qint64(120000) << true << qint64(20) << false;
+        QTest::newRow("larger output without rule")
+            << qint64(100000) << qint64(120000) << false << qint64(20) << true;
         QTest::newRow("unknown original size") << qint64(0) << qint64(500) << true << qint64(20) << true;
-        QTest::newRow("half a percent under 1 %") << qint64(100000) << qint64(99500) << true << qint64(1) << false;
+        QTest::newRow("half a percent under 1 %")
+            << qint64(100000) << qint64(99500) << true << qint64(1) << false;
     }
     void keepsOutput()
     {
@@ -350,14 +363,22 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fixture"); // empty: `content` is written under `name`
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("content");
-        QTest::newRow("missing file") << "" << "missing.jpg" << QByteArray();
-        QTest::newRow("empty file") << "" << "empty.jpg" << QByteArray("");
-        QTest::newRow("text named jpg") << "" << "notes.jpg" << QByteArray("hello, world\n");
-        QTest::newRow("truncated jpeg") << "truncated.jpg" << "" << QByteArray();
-        QTest::newRow("canvas over the pixel limit") << "bomb-30000x30000.png" << "" << QByteArray();
-        QTest::newRow("raw without image data") << "headers-only.nef" << "" << QByteArray();
-        QTest::newRow("avif libheif cannot read") << "undecodable-rotate90.avif" << "" << QByteArray();
-        QTest::newRow("pdf that does not open") << "" << "broken.pdf" << QByteArray("%PDF-1.7\n%%EOF\n");
+        QTest::newRow("missing file") << ""
+                                      << "missing.jpg" << QByteArray();
+        QTest::newRow("empty file") << ""
+                                    << "empty.jpg" << QByteArray("");
+        QTest::newRow("text named jpg") << ""
+                                        << "notes.jpg" << QByteArray("hello, world\n");
+        QTest::newRow("truncated jpeg") << "truncated.jpg"
+                                        << "" << QByteArray();
+        QTest::newRow("canvas over the pixel limit") << "bomb-30000x30000.png"
+                                                     << "" << QByteArray();
+        QTest::newRow("raw without image data") << "headers-only.nef"
+                                                << "" << QByteArray();
+        QTest::newRow("avif libheif cannot read") << "undecodable-rotate90.avif"
+                                                  << "" << QByteArray();
+        QTest::newRow("pdf that does not open") << ""
+                                                << "broken.pdf" << QByteArray("%PDF-1.7\n%%EOF\n");
     }
     void badInputFailsAndTheBatchGoesOn()
     {
@@ -416,24 +437,27 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("fixture");
         QTest::addColumn<OutputFormat>("format");
-        QTest::addColumn<qint64>("maxEdge"); // 0: not scaled
-        QTest::addColumn<qint64>("limitKB"); // 0: no size limit
+        QTest::addColumn<qint64>("maxEdge");   // 0: not scaled
+        QTest::addColumn<qint64>("limitKB");   // 0: no size limit
         QTest::addColumn<double>("tolerance"); // mean absolute difference per sample
         const auto none = qint64(0);
         QTest::newRow("turned to jpeg") << "orient6-360x240.jpg" << OutputFormat::Jpeg << none << none << 5.0;
         QTest::newRow("turned to png") << "orient6-360x240.jpg" << OutputFormat::Png << none << none << 0.0;
-        QTest::newRow("turned to png, scaled") << "orient6-360x240.jpg" << OutputFormat::Png << qint64(200) << none
-                                               << 0.0;
-        QTest::newRow("turned to png, size limit") << "orient6-360x240.jpg" << OutputFormat::Png << none
-                                                   << qint64(10000) << 0.0;
-        QTest::newRow("adobe rgb to png") << "shoes-adobergb-150x100.jpg" << OutputFormat::Png << none << none << 0.0;
-        QTest::newRow("adobe rgb to png, scaled") << "shoes-adobergb-150x100.jpg" << OutputFormat::Png << qint64(60)
-                                                  << none << 0.0;
-        QTest::newRow("alpha to png, scaled") << "rgba-32x32.png" << OutputFormat::Png << qint64(16) << none << 0.0;
+        QTest::newRow("turned to png, scaled")
+            << "orient6-360x240.jpg" << OutputFormat::Png << qint64(200) << none << 0.0;
+        QTest::newRow("turned to png, size limit")
+            << "orient6-360x240.jpg" << OutputFormat::Png << none << qint64(10000) << 0.0;
+        QTest::newRow("adobe rgb to png")
+            << "shoes-adobergb-150x100.jpg" << OutputFormat::Png << none << none << 0.0;
+        QTest::newRow("adobe rgb to png, scaled")
+            << "shoes-adobergb-150x100.jpg" << OutputFormat::Png << qint64(60) << none << 0.0;
+        QTest::newRow("alpha to png, scaled")
+            << "rgba-32x32.png" << OutputFormat::Png << qint64(16) << none << 0.0;
         QTest::newRow("16-bit to png") << "rgb16-32x32.png" << OutputFormat::Png << none << none << 0.0;
         QTest::newRow("cmyk to png") << "cmyk-100x100.jpg" << OutputFormat::Png << none << none << 0.0;
         QTest::newRow("grey to webp") << "grey-32x32.png" << OutputFormat::Webp << none << none << 3.0;
-        QTest::newRow("grey to avif, scaled") << "grey-32x32.png" << OutputFormat::Avif << qint64(20) << none << 3.0;
+        QTest::newRow("grey to avif, scaled")
+            << "grey-32x32.png" << OutputFormat::Avif << qint64(20) << none << 3.0;
     }
     void outputMatchesTheDecodedImage()
     {
@@ -455,7 +479,8 @@ private Q_SLOTS:
         QCOMPARE(written.width(), expected->width());
         QCOMPARE(written.height(), expected->height());
         QCOMPARE(written.bands(), expected->bands());
-        const double difference = (written.cast(VIPS_FORMAT_DOUBLE) - expected->cast(VIPS_FORMAT_DOUBLE)).abs().avg();
+        const double difference =
+            (written.cast(VIPS_FORMAT_DOUBLE) - expected->cast(VIPS_FORMAT_DOUBLE)).abs().avg();
         QVERIFY2(difference <= tolerance, qPrintable(QString::number(difference)));
     }
 
@@ -493,8 +518,9 @@ private Q_SLOTS:
             CompressionSettings settings = defaults();
             settings.outputLocation = OutputLocation::CustomFolder;
             settings.customFolderURL = folder;
-            const CompressionResult result = pdf ? ImageCompressor::shared().compressPDFPage(input, 1, settings)
-                                                 : ImageCompressor::shared().compressOne(input, settings);
+            const CompressionResult result =
+                pdf ? ImageCompressor::shared().compressPDFPage(input, 1, settings)
+                    : ImageCompressor::shared().compressOne(input, settings);
             QCOMPARE(result.error, std::optional(CompressorError::FinalizeFailed));
             QVERIFY(!result.outputURL);
             QCOMPARE(result.compressedSize, 0);
@@ -521,7 +547,8 @@ private Q_SLOTS:
         const CompressionResult result =
             ImageCompressor::shared().compressOne(source(QStringLiteral("rgba-32x32.png")), settings);
         QVERIFY(result.succeeded());
-        QCOMPARE(*result.outputURL, QDir(exists ? folder : m_dir->path()).filePath(QStringLiteral("rgba-32x32-web.jpg")));
+        QCOMPARE(*result.outputURL,
+                 QDir(exists ? folder : m_dir->path()).filePath(QStringLiteral("rgba-32x32-web.jpg")));
     }
 
     void compressRunsOnTheWorker()
@@ -529,7 +556,8 @@ private Q_SLOTS:
         const QString input = source(QStringLiteral("rgba-32x32.png"));
         QThread* progressThread = nullptr;
         QFuture<SessionResult> future = ImageCompressor::shared().compress(
-            {input}, defaults(), [&progressThread](int, int, const QString&) { progressThread = QThread::currentThread(); });
+            {input}, defaults(),
+            [&progressThread](int, int, const QString&) { progressThread = QThread::currentThread(); });
         const SessionResult session = future.result();
         QCOMPARE(session.results.size(), 1);
         QVERIFY(session.results[0].succeeded());

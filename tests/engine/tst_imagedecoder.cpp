@@ -40,20 +40,34 @@ private Q_SLOTS:
         QTest::addColumn<int>("width");
         QTest::addColumn<int>("height");
         QTest::addColumn<int>("bands");
-        QTest::newRow("jpg") << "orient1-360x240.jpg" << "" << 360 << 240 << 3;
-        QTest::newRow("jpeg") << "orient1-360x240.jpg" << "photo.jpeg" << 360 << 240 << 3;
-        QTest::newRow("png rgba") << "rgba-32x32.png" << "" << 32 << 32 << 4;
-        QTest::newRow("png 16-bit") << "rgb16-32x32.png" << "" << 32 << 32 << 3;
-        QTest::newRow("png grey") << "grey-32x32.png" << "" << 32 << 32 << 3;
-        QTest::newRow("heic with alpha") << "colors-alpha-64x64.heic" << "" << 64 << 64 << 4;
-        QTest::newRow("heif") << "colors-alpha-64x64.heic" << "colors.heif" << 64 << 64 << 4;
-        QTest::newRow("tif 1-bit, orientation 6") << "g4-orient6-88x590.tif" << "" << 590 << 88 << 3;
-        QTest::newRow("tiff first of 3 pages") << "multipage-3-10x10.tiff" << "" << 10 << 10 << 3;
-        QTest::newRow("bmp palette") << "pal8-127x64.bmp" << "" << 127 << 64 << 3;
-        QTest::newRow("gif first of 5 frames") << "cogs-5frames-85x77.gif" << "" << 85 << 77 << 4;
-        QTest::newRow("webp with alpha") << "transparent-200x150.webp" << "" << 200 << 150 << 4;
-        QTest::newRow("avif") << "colors-srgb-200x200.avif" << "" << 200 << 200 << 3;
-        QTest::newRow("cmyk jpeg") << "cmyk-100x100.jpg" << "" << 100 << 100 << 3;
+        QTest::newRow("jpg") << "orient1-360x240.jpg"
+                             << "" << 360 << 240 << 3;
+        QTest::newRow("jpeg") << "orient1-360x240.jpg"
+                              << "photo.jpeg" << 360 << 240 << 3;
+        QTest::newRow("png rgba") << "rgba-32x32.png"
+                                  << "" << 32 << 32 << 4;
+        QTest::newRow("png 16-bit") << "rgb16-32x32.png"
+                                    << "" << 32 << 32 << 3;
+        QTest::newRow("png grey") << "grey-32x32.png"
+                                  << "" << 32 << 32 << 3;
+        QTest::newRow("heic with alpha") << "colors-alpha-64x64.heic"
+                                         << "" << 64 << 64 << 4;
+        QTest::newRow("heif") << "colors-alpha-64x64.heic"
+                              << "colors.heif" << 64 << 64 << 4;
+        QTest::newRow("tif 1-bit, orientation 6") << "g4-orient6-88x590.tif"
+                                                  << "" << 590 << 88 << 3;
+        QTest::newRow("tiff first of 3 pages") << "multipage-3-10x10.tiff"
+                                               << "" << 10 << 10 << 3;
+        QTest::newRow("bmp palette") << "pal8-127x64.bmp"
+                                     << "" << 127 << 64 << 3;
+        QTest::newRow("gif first of 5 frames") << "cogs-5frames-85x77.gif"
+                                               << "" << 85 << 77 << 4;
+        QTest::newRow("webp with alpha") << "transparent-200x150.webp"
+                                         << "" << 200 << 150 << 4;
+        QTest::newRow("avif") << "colors-srgb-200x200.avif"
+                              << "" << 200 << 200 << 3;
+        QTest::newRow("cmyk jpeg") << "cmyk-100x100.jpg"
+                                   << "" << 100 << 100 << 3;
     }
     void decodesEveryInputFormat()
     {
@@ -79,18 +93,30 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fixture"); // empty: made by the test
         QTest::addColumn<QString>("asName");
         QTest::addColumn<QByteArray>("content");
-        QTest::newRow("truncated jpeg") << "truncated.jpg" << "" << QByteArray();
-        QTest::newRow("truncated arw") << "truncated.arw" << "" << QByteArray();
-        QTest::newRow("nef without image data") << "headers-only.nef" << "" << QByteArray();
-        QTest::newRow("cr2 without image data") << "headers-only.cr2" << "" << QByteArray();
-        QTest::newRow("dng without image data") << "headers-only.dng" << "" << QByteArray();
-        QTest::newRow("raw without image data") << "headers-only.raw" << "" << QByteArray();
-        QTest::newRow("avif libheif cannot read") << "undecodable-rotate90.avif" << "" << QByteArray();
-        QTest::newRow("canvas over the pixel limit") << "bomb-30000x30000.png" << "" << QByteArray();
-        QTest::newRow("text named jpg") << "" << "notes.jpg" << QByteArray("just some text\n");
-        QTest::newRow("empty file") << "" << "empty.png" << QByteArray("");
-        QTest::newRow("png signature only") << "" << "cut.png" << QByteArray("\x89PNG\r\n\x1a\n", 8);
-        QTest::newRow("missing file") << "" << "missing.jpg" << QByteArray();
+        QTest::newRow("truncated jpeg") << "truncated.jpg"
+                                        << "" << QByteArray();
+        QTest::newRow("truncated arw") << "truncated.arw"
+                                       << "" << QByteArray();
+        QTest::newRow("nef without image data") << "headers-only.nef"
+                                                << "" << QByteArray();
+        QTest::newRow("cr2 without image data") << "headers-only.cr2"
+                                                << "" << QByteArray();
+        QTest::newRow("dng without image data") << "headers-only.dng"
+                                                << "" << QByteArray();
+        QTest::newRow("raw without image data") << "headers-only.raw"
+                                                << "" << QByteArray();
+        QTest::newRow("avif libheif cannot read") << "undecodable-rotate90.avif"
+                                                  << "" << QByteArray();
+        QTest::newRow("canvas over the pixel limit") << "bomb-30000x30000.png"
+                                                     << "" << QByteArray();
+        QTest::newRow("text named jpg") << ""
+                                        << "notes.jpg" << QByteArray("just some text\n");
+        QTest::newRow("empty file") << ""
+                                    << "empty.png" << QByteArray("");
+        QTest::newRow("png signature only") << ""
+                                            << "cut.png" << QByteArray("\x89PNG\r\n\x1a\n", 8);
+        QTest::newRow("missing file") << ""
+                                      << "missing.jpg" << QByteArray();
     }
     void refusesWhatItCannotDecode()
     {
@@ -134,7 +160,8 @@ private Q_SLOTS:
         QCOMPARE(turned->width(), 360); // stored 240 x 360
         QCOMPARE(turned->height(), 240);
         // The same picture: only JPEG requantisation separates them.
-        QVERIFY2(meanDifference(*upright, *turned) < 6.0, qPrintable(QString::number(meanDifference(*upright, *turned))));
+        QVERIFY2(meanDifference(*upright, *turned) < 6.0,
+                 qPrintable(QString::number(meanDifference(*upright, *turned))));
         const auto a = pixel(*upright, 90, 60);
         const auto b = pixel(*turned, 90, 60);
         for (int band = 0; band < 3; ++band)
@@ -172,7 +199,8 @@ private Q_SLOTS:
         const auto adobe = ImageDecoder::decode(dataPath(QStringLiteral("shoes-adobergb-150x100.jpg")));
         const auto srgb = ImageDecoder::decode(dataPath(QStringLiteral("shoes-srgb-150x100.jpg")));
         QVERIFY(adobe && srgb);
-        const vips::VImage unconverted = vips::VImage::new_from_file(BREVONA_TEST_DATA "/shoes-adobergb-150x100.jpg");
+        const vips::VImage unconverted =
+            vips::VImage::new_from_file(BREVONA_TEST_DATA "/shoes-adobergb-150x100.jpg");
         double converted = 0;
         double ignored = 0;
         for (int band = 0; band < 3; ++band) {
@@ -276,9 +304,10 @@ private Q_SLOTS:
         // Left half: red but fully transparent. Right half: opaque blue.
         const vips::VImage left = vips::VImage::black(200, 200).new_from_image({255, 0, 0, 0});
         const vips::VImage right = vips::VImage::black(200, 200).new_from_image({0, 0, 255, 255});
-        const vips::VImage image = left.join(right, VIPS_DIRECTION_HORIZONTAL)
-                                       .cast(VIPS_FORMAT_UCHAR)
-                                       .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+        const vips::VImage image =
+            left.join(right, VIPS_DIRECTION_HORIZONTAL)
+                .cast(VIPS_FORMAT_UCHAR)
+                .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
         const vips::VImage out = ImageScaler::resize(image, 100);
         QCOMPARE(out.width(), 100);
         for (int x = 40; x < 60; ++x) {

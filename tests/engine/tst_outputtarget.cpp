@@ -20,12 +20,18 @@ private Q_SLOTS:
         QTest::addColumn<QString>("extension");
         QTest::addColumn<int>("n");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("first") << "a-web" << "jpg" << 1 << "/out/a-web.jpg";
-        QTest::newRow("second") << "a-web" << "jpg" << 2 << "/out/a-web_2.jpg";
-        QTest::newRow("tenth") << "a-web" << "png" << 10 << "/out/a-web_10.png";
-        QTest::newRow("page") << "report-web-p3" << "jpg" << 1 << "/out/report-web-p3.jpg";
-        QTest::newRow("dots in base") << "v1.2-web" << "webp" << 3 << "/out/v1.2-web_3.webp";
-        QTest::newRow("empty suffix") << "photo" << "avif" << 2 << "/out/photo_2.avif";
+        QTest::newRow("first") << "a-web"
+                               << "jpg" << 1 << "/out/a-web.jpg";
+        QTest::newRow("second") << "a-web"
+                                << "jpg" << 2 << "/out/a-web_2.jpg";
+        QTest::newRow("tenth") << "a-web"
+                               << "png" << 10 << "/out/a-web_10.png";
+        QTest::newRow("page") << "report-web-p3"
+                              << "jpg" << 1 << "/out/report-web-p3.jpg";
+        QTest::newRow("dots in base") << "v1.2-web"
+                                      << "webp" << 3 << "/out/v1.2-web_3.webp";
+        QTest::newRow("empty suffix") << "photo"
+                                      << "avif" << 2 << "/out/photo_2.avif";
     }
     void pathFor()
     {
@@ -131,7 +137,8 @@ private Q_SLOTS:
         const QString folder = missing ? dir.filePath(QStringLiteral("gone")) : dir.path();
         if (!missing)
             QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
-        const auto written = OutputTarget(folder, QStringLiteral("a-web"), QStringLiteral("jpg")).write("bytes");
+        const auto written =
+            OutputTarget(folder, QStringLiteral("a-web"), QStringLiteral("jpg")).write("bytes");
         QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         QVERIFY(!written);
         QCOMPARE(entries(dir.path()), QStringList{});

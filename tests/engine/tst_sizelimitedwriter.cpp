@@ -127,7 +127,8 @@ private Q_SLOTS:
         QTest::newRow("jpeg lossless") << OutputFormat::Jpeg << CompressionMode::Lossless << 0.95;
         QTest::newRow("webp aggressive") << OutputFormat::Webp << CompressionMode::Aggressive << 0.65;
         QTest::newRow("avif balanced") << OutputFormat::Avif << CompressionMode::Balanced << 0.82;
-        QTest::newRow("png aggressive is still lossless") << OutputFormat::Png << CompressionMode::Aggressive << 1.0;
+        QTest::newRow("png aggressive is still lossless")
+            << OutputFormat::Png << CompressionMode::Aggressive << 1.0;
     }
     void unlimited()
     {
@@ -177,13 +178,15 @@ private Q_SLOTS:
         // pixels); each scale before it costs 8 rounds and the floor at 0.05.
         QTest::newRow("fits after scaling")
             << CompressionMode::Balanced << qint64(100) << qint64(100'000)
-            << Qualities{0.425, 0.2375, 0.14375, 0.096875, 0.0734375, 0.06171875, 0.055859375, 0.0529296875, 0.05}
+            << Qualities{0.425,      0.2375,      0.14375,      0.096875, 0.0734375,
+                         0.06171875, 0.055859375, 0.0529296875, 0.05}
             << Scales{1.0, 0.8, 0.7, 0.6, 0.5, 0.4, 0.3} << 62 << 0.3 << 0.0529296875 << qint64(102'381);
         // Nothing ever fits: the ladder runs to 0.2 and its floor attempt stays, over the limit.
-        QTest::newRow("never fits")
-            << CompressionMode::Balanced << qint64(1) << qint64(2000)
-            << Qualities{0.425, 0.2375, 0.14375, 0.096875, 0.0734375, 0.06171875, 0.055859375, 0.0529296875, 0.05}
-            << Scales{1.0, 0.8, 0.7, 0.6, 0.5, 0.4, 0.3, 0.2} << 72 << 0.2 << 0.05 << qint64(3000);
+        QTest::newRow("never fits") << CompressionMode::Balanced << qint64(1) << qint64(2000)
+                                    << Qualities{0.425,      0.2375,      0.14375,      0.096875, 0.0734375,
+                                                 0.06171875, 0.055859375, 0.0529296875, 0.05}
+                                    << Scales{1.0, 0.8, 0.7, 0.6, 0.5, 0.4, 0.3, 0.2} << 72 << 0.2 << 0.05
+                                    << qint64(3000);
     }
     void lossySearch()
     {
@@ -199,15 +202,18 @@ private Q_SLOTS:
 
         QTemporaryDir dir;
         SizeLimitedWriter writer(OutputFormat::Jpeg, limitedTo(limitKB, mode), modelEncoder(header, 1.0));
-        const auto written = writer.write(vips::VImage::black(1000, 500), OutputTarget(dir.path(), "a", "jpg"));
+        const auto written =
+            writer.write(vips::VImage::black(1000, 500), OutputTarget(dir.path(), "a", "jpg"));
         QVERIFY(written);
         const auto& tried = writer.attempts();
-        QVERIFY2(near(qualitiesAtScale(tried, 1.0), firstQualities, 1e-12), qPrintable(describe(qualitiesAtScale(tried, 1.0))));
+        QVERIFY2(near(qualitiesAtScale(tried, 1.0), firstQualities, 1e-12),
+                 qPrintable(describe(qualitiesAtScale(tried, 1.0))));
         QVERIFY2(near(distinctScales(tried), scales, 1e-9), qPrintable(describe(distinctScales(tried))));
         QCOMPARE(tried.size(), attempts);
         // The file holds the chosen candidate's bytes; it is not encoded a second time.
         QCOMPARE(QFileInfo(*written).size(), finalSize);
-        const auto chosen = std::find_if(tried.cbegin(), tried.cend(), [&](const auto& a) { return a.size == finalSize; });
+        const auto chosen =
+            std::find_if(tried.cbegin(), tried.cend(), [&](const auto& a) { return a.size == finalSize; });
         QVERIFY(chosen != tried.cend());
         QCOMPARE(chosen->scale, finalScale);
         QCOMPARE(chosen->quality, finalQuality);
@@ -223,15 +229,20 @@ private Q_SLOTS:
         QTest::addColumn<Scales>("scales");
         QTest::addColumn<QSize>("finalSize");
 
-        QTest::newRow("under the limit, unscaled") << qint64(2000) << qint64(0) << Scales{1.0} << QSize(1000, 500);
-        QTest::newRow("first estimate fits") << qint64(100) << qint64(0) << Scales{1.0, 0.222087} << QSize(222, 111);
-        QTest::newRow("one 0.8 step") << qint64(100) << qint64(50'000) << Scales{1.0, 0.218476, 0.174781}
-                                       << QSize(174, 87);
-        QTest::newRow("0.8 then 0.7 steps") << qint64(60) << qint64(50'000)
-                                            << Scales{1.0, 0.169231, 0.135384, 0.094769, 0.066338} << QSize(66, 33);
+        QTest::newRow("under the limit, unscaled")
+            << qint64(2000) << qint64(0) << Scales{1.0} << QSize(1000, 500);
+        QTest::newRow("first estimate fits")
+            << qint64(100) << qint64(0) << Scales{1.0, 0.222087} << QSize(222, 111);
+        QTest::newRow("one 0.8 step")
+            << qint64(100) << qint64(50'000) << Scales{1.0, 0.218476, 0.174781} << QSize(174, 87);
+        QTest::newRow("0.8 then 0.7 steps")
+            << qint64(60) << qint64(50'000) << Scales{1.0, 0.169231, 0.135384, 0.094769, 0.066338}
+            << QSize(66, 33);
         // 1.5 MB against 1 KB would start at 0.022: clamped to 0.05, then 0.04, then 0.028 < 0.03.
-        QTest::newRow("first factor clamped") << qint64(1) << qint64(0) << Scales{1.0, 0.05, 0.04} << QSize(40, 20);
-        QTest::newRow("negative limit") << qint64(-1) << qint64(0) << Scales{1.0, 0.05, 0.04} << QSize(40, 20);
+        QTest::newRow("first factor clamped")
+            << qint64(1) << qint64(0) << Scales{1.0, 0.05, 0.04} << QSize(40, 20);
+        QTest::newRow("negative limit")
+            << qint64(-1) << qint64(0) << Scales{1.0, 0.05, 0.04} << QSize(40, 20);
         // Never fits: down to the last scale at or above 0.03, and that one is written.
         QTest::newRow("floor") << qint64(100) << qint64(200'000)
                                << Scales{1.0, 0.208614, 0.166892, 0.116824, 0.081777, 0.057244, 0.040071}
@@ -246,8 +257,9 @@ private Q_SLOTS:
 
         QTemporaryDir dir;
         SizeLimitedWriter writer(OutputFormat::Png, limitedTo(limitKB), modelEncoder(header, 3.0));
-        const auto written = writer.write(vips::VImage::black(1000, 500, vips::VImage::option()->set("bands", 3)),
-                                          OutputTarget(dir.path(), "a", "png"));
+        const auto written =
+            writer.write(vips::VImage::black(1000, 500, vips::VImage::option()->set("bands", 3)),
+                         OutputTarget(dir.path(), "a", "png"));
         QVERIFY(written);
         const auto& tried = writer.attempts();
         QList<double> triedScales;
@@ -319,7 +331,8 @@ private Q_SLOTS:
         QVERIFY(photo);
         QTemporaryDir dir;
         SizeLimitedWriter writer(format, limitedTo(1));
-        const auto written = writer.write(*photo, OutputTarget(dir.path(), "a", OutputFormats::fileExtension(format)));
+        const auto written =
+            writer.write(*photo, OutputTarget(dir.path(), "a", OutputFormats::fileExtension(format)));
         QVERIFY(written);
         QCOMPARE(writer.attempts().size(), 72);
         QCOMPARE(writer.attempts().last().scale, 0.2);

@@ -13,12 +13,17 @@ private slots:
     {
         QTest::addColumn<QStringList>("urls");
         QTest::addColumn<QStringList>("accepted");
-        const auto f = [](const char* path) { return QUrl::fromLocalFile(QString::fromUtf8(path)).toString(); };
-        QTest::newRow("upper-case extension") << QStringList{f("/p/Photo.JPG")} << QStringList{"/p/Photo.JPG"};
+        const auto f = [](const char* path) {
+            return QUrl::fromLocalFile(QString::fromUtf8(path)).toString();
+        };
+        QTest::newRow("upper-case extension")
+            << QStringList{f("/p/Photo.JPG")} << QStringList{"/p/Photo.JPG"};
         QTest::newRow("folder") << QStringList{f("/p/Holiday")} << QStringList{};
         QTest::newRow("folder with a trailing slash") << QStringList{"file:///p/Holiday/"} << QStringList{};
-        QTest::newRow("folder named like an image") << QStringList{"file:///p/shots.png/"} << QStringList{"/p/shots.png/"};
-        QTest::newRow("image and text") << QStringList{f("/p/a.png"), f("/p/notes.txt")} << QStringList{"/p/a.png"};
+        QTest::newRow("folder named like an image")
+            << QStringList{"file:///p/shots.png/"} << QStringList{"/p/shots.png/"};
+        QTest::newRow("image and text")
+            << QStringList{f("/p/a.png"), f("/p/notes.txt")} << QStringList{"/p/a.png"};
         QTest::newRow("text only") << QStringList{f("/p/notes.txt")} << QStringList{};
         QTest::newRow("pdf and raw") << QStringList{f("/p/scan.pdf"), f("/p/IMG_1.CR2")}
                                      << QStringList{"/p/scan.pdf", "/p/IMG_1.CR2"};
@@ -28,12 +33,15 @@ private slots:
             << QStringList{f("/p/b.webp"), f("/p/a.jpeg"), f("/p/b.webp")}
             << QStringList{"/p/b.webp", "/p/a.jpeg", "/p/b.webp"};
         QTest::newRow("every camera format")
-            << QStringList{f("/r/a.arw"), f("/r/b.NEF"), f("/r/c.dng"), f("/r/d.raw"), f("/r/e.heif"), f("/r/f.tif")}
+            << QStringList{f("/r/a.arw"), f("/r/b.NEF"),  f("/r/c.dng"),
+                           f("/r/d.raw"), f("/r/e.heif"), f("/r/f.tif")}
             << QStringList{"/r/a.arw", "/r/b.NEF", "/r/c.dng", "/r/d.raw", "/r/e.heif", "/r/f.tif"};
-        QTest::newRow("not a member") << QStringList{f("/p/a.jxl"), f("/p/b.svg"), f("/p/c.jpe")} << QStringList{};
+        QTest::newRow("not a member")
+            << QStringList{f("/p/a.jxl"), f("/p/b.svg"), f("/p/c.jpe")} << QStringList{};
         QTest::newRow("web URL spoils the list")
             << QStringList{f("/p/a.png"), "https://example.org/b.png"} << QStringList{};
-        QTest::newRow("spaces and unicode") << QStringList{f("/p/Été 2024.HEIC")} << QStringList{"/p/Été 2024.HEIC"};
+        QTest::newRow("spaces and unicode")
+            << QStringList{f("/p/Été 2024.HEIC")} << QStringList{"/p/Été 2024.HEIC"};
     }
     void filter()
     {

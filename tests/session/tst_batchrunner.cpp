@@ -24,7 +24,10 @@ public:
     explicit RecordingDisplay(QStringList& log) : m_log(log) {}
     void showPanelAnchored() override { m_log << QStringLiteral("show"); }
     void hidePanel() override { m_log << QStringLiteral("hide"); }
-    void setIconPulsing(bool pulsing) override { m_log << (pulsing ? QStringLiteral("pulse on") : QStringLiteral("pulse off")); }
+    void setIconPulsing(bool pulsing) override
+    {
+        m_log << (pulsing ? QStringLiteral("pulse on") : QStringLiteral("pulse off"));
+    }
 
 private:
     QStringList& m_log;
@@ -44,13 +47,15 @@ SessionResult undecodable(int count)
 {
     SessionResult result;
     for (int i = 0; i < count; ++i)
-        result.results.append({QStringLiteral("/x%1.jpg").arg(i), std::nullopt, 0, 0, CompressorError::CannotDecode});
+        result.results.append(
+            {QStringLiteral("/x%1.jpg").arg(i), std::nullopt, 0, 0, CompressorError::CannotDecode});
     return result;
 }
 
 SessionResult optimized(qint64 original, qint64 compressed)
 {
-    return SessionResult{{{QStringLiteral("/a.png"), QStringLiteral("/a-web.jpg"), original, compressed, std::nullopt}}};
+    return SessionResult{
+        {{QStringLiteral("/a.png"), QStringLiteral("/a-web.jpg"), original, compressed, std::nullopt}}};
 }
 
 } // namespace
@@ -70,8 +75,7 @@ private slots:
         AppGroupDefaults::registerDefaults();
         QTemporaryDir dir;
         QStringList paths;
-        const QStringList sources{QStringLiteral("orient1-360x240.jpg"),
-                                  QStringLiteral("rgba-32x32.png")};
+        const QStringList sources{QStringLiteral("orient1-360x240.jpg"), QStringLiteral("rgba-32x32.png")};
         for (int i = 0; i < 4; ++i) {
             const QString target = dir.filePath(QStringLiteral("in%1-%2").arg(i).arg(sources[i % 2]));
             QVERIFY(QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/") + sources[i % 2], target));
@@ -87,13 +91,16 @@ private slots:
         runner.handleFiles(paths);
         QVERIFY(finished.wait(120000));
 
-        QStringList expected{"total=4", "current=0", "currentFile=", "isComplete=false", "completionMessage=",
-                             "isRunning=true"};
+        QStringList expected{"total=4",          "current=0",          "currentFile=",
+                             "isComplete=false", "completionMessage=", "isRunning=true"};
         for (int i = 0; i < 4; ++i)
-            expected << QStringLiteral("current=%1").arg(i) << QStringLiteral("currentFile=%1").arg(QFileInfo(paths[i]).fileName());
-        expected << "current=4" << "currentFile=";
+            expected << QStringLiteral("current=%1").arg(i)
+                     << QStringLiteral("currentFile=%1").arg(QFileInfo(paths[i]).fileName());
+        expected << "current=4"
+                 << "currentFile=";
         const QString summary = finished.at(0).at(0).toString();
-        expected << "isComplete=true" << QStringLiteral("completionMessage=%1").arg(summary) << "isRunning=false";
+        expected << "isComplete=true" << QStringLiteral("completionMessage=%1").arg(summary)
+                 << "isRunning=false";
         QCOMPARE(recorder.take(), expected);
         QCOMPARE(state.current(), 4);
         QCOMPARE(runner.lastSessionSummary(), state.completionMessage());
@@ -230,8 +237,8 @@ private slots:
         });
         QTRY_VERIFY_WITH_TIMEOUT(log.contains("hide"), 10000);
         QTest::qWait(delay);
-        QCOMPARE(log, (QStringList{"pulse on", "show", "pulse off", "first done", "pulse off", "second done", "marker",
-                                   "hide"}));
+        QCOMPARE(log, (QStringList{"pulse on", "show", "pulse off", "first done", "pulse off", "second done",
+                                   "marker", "hide"}));
         QCOMPARE(state.completionMessage(), optimized(100000, 20000).summary());
     }
 

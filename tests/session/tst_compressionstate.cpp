@@ -38,14 +38,15 @@ private slots:
         QTest::addColumn<QString>("operation");
         QTest::addColumn<QStringList>("expected");
         QTest::newRow("start") << "start"
-                               << QStringList{"total=3", "current=0", "currentFile=", "isComplete=false",
-                                              "completionMessage=", "isRunning=true"};
+                               << QStringList{"total=3",          "current=0",          "currentFile=",
+                                              "isComplete=false", "completionMessage=", "isRunning=true"};
         QTest::newRow("update") << "update" << QStringList{"current=2", "currentFile=b.png"};
         QTest::newRow("complete") << "complete"
-                                  << QStringList{"isComplete=true", "completionMessage=Done · ok", "isRunning=false"};
-        QTest::newRow("reset") << "reset"
-                               << QStringList{"isComplete=false", "completionMessage=", "isRunning=false", "current=0",
-                                              "total=0", "currentFile="};
+                                  << QStringList{"isComplete=true", "completionMessage=Done · ok",
+                                                 "isRunning=false"};
+        QTest::newRow("reset") << "reset" << QStringList{"isComplete=false", "completionMessage=",
+                                                         "isRunning=false",  "current=0",
+                                                         "total=0",          "currentFile="};
     }
     void operationOrder()
     {

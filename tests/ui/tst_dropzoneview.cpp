@@ -78,13 +78,17 @@ private slots:
         QTest::addColumn<bool>("limitSize");
         QTest::addColumn<int>("maxKB");
         QTest::addColumn<QString>("summary");
-        QTest::newRow("all parts") << int(OutputFormat::Webp) << true << true << 1024 << "WEBP · ≤2048px · ≤1 MB";
-        QTest::newRow("just under a megabyte") << int(OutputFormat::Jpeg) << false << true << 1023 << "JPG · ≤1023 KB";
-        QTest::newRow("one and a half rounds down") << int(OutputFormat::Png) << false << true << 1536 << "PNG · ≤1 MB";
+        QTest::newRow("all parts") << int(OutputFormat::Webp) << true << true << 1024
+                                   << "WEBP · ≤2048px · ≤1 MB";
+        QTest::newRow("just under a megabyte")
+            << int(OutputFormat::Jpeg) << false << true << 1023 << "JPG · ≤1023 KB";
+        QTest::newRow("one and a half rounds down")
+            << int(OutputFormat::Png) << false << true << 1536 << "PNG · ≤1 MB";
         QTest::newRow("2047") << int(OutputFormat::Avif) << false << true << 2047 << "AVIF · ≤1 MB";
         QTest::newRow("2048") << int(OutputFormat::Avif) << false << true << 2048 << "AVIF · ≤2 MB";
         QTest::newRow("format only") << int(OutputFormat::Jpeg) << false << false << 500 << "JPG";
-        QTest::newRow("keep format") << int(OutputFormat::Original) << true << false << 500 << "original · ≤2048px";
+        QTest::newRow("keep format") << int(OutputFormat::Original) << true << false << 500
+                                     << "original · ≤2048px";
     }
     void settingsSummary()
     {
@@ -120,15 +124,22 @@ private slots:
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("message"); // empty: still running
         QTest::addColumn<QStringList>("body");
-        QTest::newRow("one image") << 1 << 0 << "a.jpg" << "" << QStringList{"Optimizing 1 image...", "a.jpg"};
-        QTest::newRow("no images") << 0 << 0 << "" << "" << QStringList{"Optimizing 0 images..."};
-        QTest::newRow("two images") << 2 << 1 << "b.png" << "" << QStringList{"Optimizing 2 images...", "b.png"};
-        QTest::newRow("two lines") << 4 << 4 << "" << "4 images optimized · 1.2 MB saved"
+        QTest::newRow("one image") << 1 << 0 << "a.jpg"
+                                   << "" << QStringList{"Optimizing 1 image...", "a.jpg"};
+        QTest::newRow("no images") << 0 << 0 << ""
+                                   << "" << QStringList{"Optimizing 0 images..."};
+        QTest::newRow("two images") << 2 << 1 << "b.png"
+                                    << "" << QStringList{"Optimizing 2 images...", "b.png"};
+        QTest::newRow("two lines") << 4 << 4 << ""
+                                   << "4 images optimized · 1.2 MB saved"
                                    << QStringList{"4 images optimized", "1.2 MB saved"};
-        QTest::newRow("no separator") << 1 << 1 << "" << "Done" << QStringList{"Done"};
-        QTest::newRow("three pieces") << 5 << 5 << "" << "3/5 optimized · 2 failed · extra"
-                                      << QStringList{"3/5 optimized", "2 failed"};
-        QTest::newRow("middle dot without spaces") << 1 << 1 << "" << "a·b" << QStringList{"a·b"};
+        QTest::newRow("no separator") << 1 << 1 << ""
+                                      << "Done" << QStringList{"Done"};
+        QTest::newRow("three pieces")
+            << 5 << 5 << ""
+            << "3/5 optimized · 2 failed · extra" << QStringList{"3/5 optimized", "2 failed"};
+        QTest::newRow("middle dot without spaces") << 1 << 1 << ""
+                                                   << "a·b" << QStringList{"a·b"};
     }
     void bodies()
     {
@@ -229,7 +240,8 @@ private slots:
         QVERIFY(near(image.pixel(127, 95), 55, 49, 19));
         QVERIFY(near(image.pixel(140, 80), 20, 20, 20));
         QVERIFY(near(image.pixel(120, 102), 20, 20, 20));
-        QVERIFY(isAmber(image.pixel(138, 108)) || isAmber(image.pixel(137, 107)) || isAmber(image.pixel(139, 107)));
+        QVERIFY(isAmber(image.pixel(138, 108)) || isAmber(image.pixel(137, 107)) ||
+                isAmber(image.pixel(139, 107)));
     }
 
     void drops_data()
@@ -265,7 +277,8 @@ private slots:
         QCOMPARE(move.isAccepted(), acceptable);
         QCOMPARE(m_view->isTargeted(), acceptable);
 
-        QDropEvent drop(QPointF(150, 120), Qt::CopyAction | Qt::MoveAction, mime.get(), Qt::LeftButton, Qt::NoModifier);
+        QDropEvent drop(QPointF(150, 120), Qt::CopyAction | Qt::MoveAction, mime.get(), Qt::LeftButton,
+                        Qt::NoModifier);
         QApplication::sendEvent(m_view.get(), &drop);
         QCOMPARE(drop.isAccepted(), acceptable);
         QVERIFY(!m_view->isTargeted());

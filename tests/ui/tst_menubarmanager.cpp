@@ -25,7 +25,8 @@ QStringList menuTexts(QMenu* menu)
     return texts;
 }
 
-const SessionResult kBatch{{{QStringLiteral("/a.png"), QStringLiteral("/a-web.jpg"), 300000, 100000, std::nullopt}}};
+const SessionResult kBatch{
+    {{QStringLiteral("/a.png"), QStringLiteral("/a-web.jpg"), 300000, 100000, std::nullopt}}};
 } // namespace
 
 class TestMenuBarManager : public QObject

@@ -16,17 +16,17 @@ private slots:
         QTest::newRow("centred under the icon") << QRect(700, 2, 22, 22) << topBar << QPoint(711 - 140, 32);
         QTest::newRow("far right is clamped") << QRect(1410, 2, 22, 22) << topBar << QPoint(1440 - 288, 32);
         QTest::newRow("far left is clamped") << QRect(0, 2, 22, 22) << topBar << QPoint(8, 32);
-        QTest::newRow("offset screen, left") << QRect(1925, 2, 22, 22) << QRect(1920, 25, 1280, 999)
-                                             << QPoint(1928, 32);
-        QTest::newRow("narrow screen: left bound wins") << QRect(100, 0, 22, 22) << QRect(0, 24, 200, 576)
-                                                        << QPoint(8, 30);
+        QTest::newRow("offset screen, left")
+            << QRect(1925, 2, 22, 22) << QRect(1920, 25, 1280, 999) << QPoint(1928, 32);
+        QTest::newRow("narrow screen: left bound wins")
+            << QRect(100, 0, 22, 22) << QRect(0, 24, 200, 576) << QPoint(8, 30);
         // A bottom panel: no room below the icon, so the panel sits 8 pixels above it.
-        QTest::newRow("flip above a bottom tray") << QRect(1380, 1050, 24, 30) << QRect(0, 0, 1920, 1044)
-                                                  << QPoint(1392 - 140, 1050 - 8 - 220);
-        QTest::newRow("exactly fits below") << QRect(600, 100, 20, 20) << QRect(0, 0, 1280, 348)
-                                            << QPoint(610 - 140, 128);
-        QTest::newRow("one pixel short flips") << QRect(600, 100, 20, 20) << QRect(0, 0, 1280, 347)
-                                               << QPoint(610 - 140, 100 - 228);
+        QTest::newRow("flip above a bottom tray")
+            << QRect(1380, 1050, 24, 30) << QRect(0, 0, 1920, 1044) << QPoint(1392 - 140, 1050 - 8 - 220);
+        QTest::newRow("exactly fits below")
+            << QRect(600, 100, 20, 20) << QRect(0, 0, 1280, 348) << QPoint(610 - 140, 128);
+        QTest::newRow("one pixel short flips")
+            << QRect(600, 100, 20, 20) << QRect(0, 0, 1280, 347) << QPoint(610 - 140, 100 - 228);
     }
     void topLeft()
     {

@@ -103,8 +103,8 @@ private slots:
         QTest::newRow("idle") << 0 << "" << false << QStringList{"Brevona", "Optimizing 0 images..."};
         QTest::newRow("singular") << 1 << "a.jpg" << false
                                   << QStringList{"Brevona", "Optimizing 1 image...", "a.jpg"};
-        QTest::newRow("plural without file") << 12 << "" << false
-                                             << QStringList{"Brevona", "Optimizing 12 images..."};
+        QTest::newRow("plural without file")
+            << 12 << "" << false << QStringList{"Brevona", "Optimizing 12 images..."};
         QTest::newRow("complete") << 3 << "c.png" << true
                                   << QStringList{"Brevona", "3 images optimized · 1.2 MB saved"};
     }
@@ -137,7 +137,8 @@ private slots:
         const int withFile = view.sizeHint().height();
         const qreal fileLine = QFontMetricsF(PaintKit::systemFont(11)).height();
         QVERIFY(qAbs(withFile - withoutFile - (6 + fileLine)) <= 1.0);
-        const qreal header = std::max(QFontMetricsF(PaintKit::systemFont(14, QFont::DemiBold)).height(), 14.0 * 14 / 12);
+        const qreal header =
+            std::max(QFontMetricsF(PaintKit::systemFont(14, QFont::DemiBold)).height(), 14.0 * 14 / 12);
         const qreal count = QFontMetricsF(PaintKit::systemFont(12)).height();
         QVERIFY(qAbs(withoutFile - (16 + header + 12 + count + 6 + 4 + 16)) <= 1.0);
         QCOMPARE(view.progressBar()->barRect().width(), 268.0);

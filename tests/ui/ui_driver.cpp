@@ -56,11 +56,11 @@ public:
             m_manager.togglePanel(); // what a left click on the icon does
             after(700, [this] {
                 grab(QStringLiteral("1-idle.png"));
-                QDragEnterEvent enter(QPoint(140, 110), Qt::CopyAction | Qt::MoveAction, &m_mime, Qt::LeftButton,
-                                      Qt::NoModifier);
+                QDragEnterEvent enter(QPoint(140, 110), Qt::CopyAction | Qt::MoveAction, &m_mime,
+                                      Qt::LeftButton, Qt::NoModifier);
                 QApplication::sendEvent(view(), &enter);
-                QDragMoveEvent move(QPoint(140, 112), Qt::CopyAction | Qt::MoveAction, &m_mime, Qt::LeftButton,
-                                    Qt::NoModifier);
+                QDragMoveEvent move(QPoint(140, 112), Qt::CopyAction | Qt::MoveAction, &m_mime,
+                                    Qt::LeftButton, Qt::NoModifier);
                 QApplication::sendEvent(view(), &move);
                 after(300, [this] { drop(); });
             });
@@ -70,11 +70,13 @@ public:
     void drop()
     {
         grab(QStringLiteral("2-targeted.png"));
-        QObject::connect(&m_manager.batchRunner(), &BatchRunner::batchFinished, [this](const QString& summary) {
-            qInfo("finished: %s", qPrintable(summary));
-            after(300, [this] { finished(); });
-        });
-        QDropEvent drop(QPointF(140, 112), Qt::CopyAction | Qt::MoveAction, &m_mime, Qt::LeftButton, Qt::NoModifier);
+        QObject::connect(&m_manager.batchRunner(), &BatchRunner::batchFinished,
+                         [this](const QString& summary) {
+                             qInfo("finished: %s", qPrintable(summary));
+                             after(300, [this] { finished(); });
+                         });
+        QDropEvent drop(QPointF(140, 112), Qt::CopyAction | Qt::MoveAction, &m_mime, Qt::LeftButton,
+                        Qt::NoModifier);
         QApplication::sendEvent(view(), &drop);
         after(400, [this] {
             if (!m_manager.compressionState().isRunning())
@@ -98,7 +100,8 @@ public:
             grab(QStringLiteral("6-popover-finished.png"));
             m_manager.togglePopover();
             const QRect anchor = m_manager.anchorRect();
-            m_manager.menu()->popup(anchor.isEmpty() ? QPoint(600, 30) : anchor.bottomLeft() + QPoint(-200, 4));
+            m_manager.menu()->popup(anchor.isEmpty() ? QPoint(600, 30)
+                                                     : anchor.bottomLeft() + QPoint(-200, 4));
             after(300, [this] {
                 grab(QStringLiteral("7-menu.png"));
                 m_manager.menu()->hide();
