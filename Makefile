@@ -1,32 +1,46 @@
-# Thin wrapper over CMake presets. `make test` and `make run` work on a fresh Debian 12 machine:
-# the first build installs the system packages it needs through scripts/install-deps.
+# Thin wrapper over CMake presets. On a machine without make, `scripts/setup run` and
+# `scripts/setup test` install it first; every target installs the system packages it needs
+# through scripts/install-deps, which is quiet and fast when nothing is missing.
 
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD := build
 PRESET := release
+# What `make run` needs: the application and the CLI its file-manager actions call.
+APP_TARGETS := brevona brevona-cli
+FORMAT_SOURCES := git ls-files -z -- '*.cpp' '*.h' ':!:third_party/'
 
-.PHONY: all deps configure build run test bench asan format clean
+.PHONY: all deps configure build build-app run test package bench asan format format-check clean
 
 all: build
 
 deps:
-	@scripts/install-deps --check >/dev/null 2>&1 || scripts/install-deps
+	@scripts/install-deps
 
 $(BUILD)/CMakeCache.txt: | deps
 	cmake --preset $(PRESET)
 
-configure: $(BUILD)/CMakeCache.txt
+configure: deps $(BUILD)/CMakeCache.txt
 
-build: deps configure
+build: configure
 	cmake --build --preset $(PRESET) -j $(JOBS)
 
-run: build
+build-app: configure
+	cmake --build --preset $(PRESET) -j $(JOBS) --target $(APP_TARGETS)
+
+run: build-app
 	scripts/run-app
 
 test: build
 	ctest --preset $(PRESET) -j $(JOBS)
 
-bench: build
+package: build
+	cd $(BUILD) && cpack -G DEB
+
+# The corpus check comes first so that a machine without it installs nothing.
+bench:
+	@bench/run --check-corpus
+	@$(MAKE) --no-print-directory configure
+	cmake --build --preset $(PRESET) -j $(JOBS) --target brevona-cli brevona-ssim
 	bench/run
 
 asan: deps
@@ -34,8 +48,11 @@ asan: deps
 	cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan -j $(JOBS)
 
-format:
-	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+format: deps
+	$(FORMAT_SOURCES) | xargs -0 -r clang-format -i
+
+format-check: deps
+	$(FORMAT_SOURCES) | xargs -0 -r clang-format --dry-run --Werror
 
 clean:
 	rm -rf $(BUILD) build-debug build-asan
