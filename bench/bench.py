@@ -199,6 +199,7 @@ def main():
     ap.add_argument("--only", help="comma-separated job keys to run")
     ap.add_argument("--runs", type=int, help="runs per tool for every job (default: per job)")
     ap.add_argument("--results", help="also write the tables to this Markdown file")
+    ap.add_argument("--missing", default="", help="comma-separated peers that could not be installed (left out)")
     args = ap.parse_args()
 
     corpus = Path(args.corpus)
@@ -277,6 +278,9 @@ def main():
     if args.only:
         keys = args.only.split(",")
         jobs = [j for j in jobs if j.key in keys]
+    missing = [name for name in args.missing.split(",") if name]
+    for job in jobs:
+        job.tools = [t for t in job.tools if t.name not in missing]
     have_cli = os.access(Path(args.root) / "build/bin/brevona-cli", os.X_OK)
 
     runner = Runner(args)
@@ -284,6 +288,9 @@ def main():
                  f"{os.cpu_count()} cores. Median wall time over the runs; peak memory is the largest max RSS "
                  "(sharp's includes node); cpu is user + system time. Ratios are Brevona's figure divided by the peer's. "
                  f"Load average at the start: {os.getloadavg()[0]:.1f}.", ""]
+    if missing:
+        out_lines += [f"Missing peers, left out of every table: {', '.join(missing)}.", ""]
+        print(out_lines[-2] + "\n", flush=True)
     results = {}
     extras = {}
     try:
