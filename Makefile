@@ -13,8 +13,13 @@ FORMAT_SOURCES := git ls-files -z -- '*.cpp' '*.h' ':!:third_party/'
 
 all: build
 
-deps:
+# The package check runs again only when the list or the installed packages changed.
+DEPS_STAMP := $(BUILD)/.deps-installed
+deps: $(DEPS_STAMP)
+
+$(DEPS_STAMP): scripts/install-deps $(wildcard /var/lib/dpkg/status)
 	@scripts/install-deps
+	@mkdir -p $(@D) && touch $@
 
 $(BUILD)/CMakeCache.txt: | deps
 	cmake --preset $(PRESET)
