@@ -34,12 +34,14 @@ class TestCli final : public QObject
 private:
     std::unique_ptr<IsolatedConfig> m_config;
     std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<QTemporaryDir> m_data; // XDG_DATA_HOME
 
     Run cli(const QStringList& arguments) const
     {
         QProcess process;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_config->path());
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_data->path());
         process.setProcessEnvironment(environment);
         process.start(qEnvironmentVariable("BREVONA_CLI"), arguments);
         process.waitForFinished(120'000);
@@ -77,6 +79,7 @@ private Q_SLOTS:
     {
         m_config = std::make_unique<IsolatedConfig>();
         m_dir = std::make_unique<QTemporaryDir>();
+        m_data = std::make_unique<QTemporaryDir>();
     }
 
     void jsonReportsEveryJob()
@@ -299,6 +302,44 @@ private Q_SLOTS:
                              QStringLiteral("--format"), QStringLiteral("webp"), a});
         QCOMPARE(run.exitCode, 0);
         QVERIFY(QFileInfo::exists(QDir(out.path()).filePath(QStringLiteral("rgba-32x32-web.webp"))));
+    }
+
+    void installActionsMergesWithTheUsersOwn_data()
+    {
+        QTest::addColumn<QByteArray>("before"); // the user's uca.xml; empty: none
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<int>("ours"); // our actions in uca.xml afterwards
+        const QByteArray own =
+            "<?xml version=\"1.0\"?>\n<actions>\n<action><unique-id>1-1</unique-id></action>\n"
+            "</actions>\n";
+        QTest::newRow("no uca.xml yet") << QByteArray() << 0 << 1;
+        QTest::newRow("the user's actions kept") << own << 0 << 1;
+        QTest::newRow("unreadable file left alone") << QByteArray("<actions><action>") << 1 << 0;
+    }
+    void installActionsMergesWithTheUsersOwn()
+    {
+        QFETCH(QByteArray, before);
+        QFETCH(int, exitCode);
+        QFETCH(int, ours);
+        const QString uca = m_config->path() + QStringLiteral("/Thunar/uca.xml");
+        if (!before.isEmpty()) {
+            QDir().mkpath(QFileInfo(uca).absolutePath());
+            QFile file(uca);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(before);
+        }
+        for (int run = 0; run < 2; ++run) // a second run changes nothing
+            QCOMPARE(cli({QStringLiteral("install-actions")}).exitCode, exitCode);
+        QFile file(uca);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray after = file.readAll();
+        QCOMPARE(after.count("<unique-id>brevona-optimize-1</unique-id>"), ours);
+        if (before.contains("1-1"))
+            QVERIFY(after.startsWith(before.left(before.indexOf("</actions>"))));
+        if (ours == 0)
+            QCOMPARE(after, before);
+        const QFileInfo script(m_data->path() + QStringLiteral("/nautilus/scripts/Optimize with Brevona"));
+        QVERIFY(script.isExecutable());
     }
 
     void settingsWriteTypedValues_data()
