@@ -87,15 +87,22 @@ QString LaunchAtLoginManager::execCommand()
 
 QByteArray LaunchAtLoginManager::entryText(const QString& exec)
 {
+    // TryExec names the program itself, unquoted, so that desktops skip the entry once the
+    // program is removed instead of failing at every login.
+    QString program = exec == kExecutableName
+                          ? kExecutableName
+                          : QFileInfo(QCoreApplication::applicationFilePath()).canonicalFilePath();
+    program.replace(u'\\', QStringLiteral("\\\\"));
     return QStringLiteral("[Desktop Entry]\n"
                           "Type=Application\n"
                           "Name=Brevona\n"
                           "Comment=Image optimiser in the system tray\n"
+                          "TryExec=%2\n"
                           "Exec=%1\n"
                           "Icon=brevona\n"
                           "Terminal=false\n"
                           "X-GNOME-Autostart-enabled=true\n")
-        .arg(exec)
+        .arg(exec, program)
         .toUtf8();
 }
 

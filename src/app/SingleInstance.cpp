@@ -1,15 +1,8 @@
 #include "app/SingleInstance.h"
 
-#include <QCryptographicHash>
-#include <QDir>
 #include <QLocalSocket>
-#include <QStandardPaths>
 
-#include "platform/Defaults.h"
-
-#ifdef Q_OS_UNIX
-#include <unistd.h>
-#endif
+#include "platform/InstanceKey.h"
 
 namespace {
 
@@ -29,21 +22,7 @@ SingleInstance::~SingleInstance() = default;
 
 QString SingleInstance::defaultKey()
 {
-    const QByteArray config = QCryptographicHash::hash(QDir(Defaults::directory()).absolutePath().toUtf8(),
-                                                       QCryptographicHash::Sha1)
-                                  .toHex()
-                                  .left(12);
-    const QString name = QStringLiteral("brevona-") + QString::fromLatin1(config);
-    // The runtime folder is private to the user and emptied at logout; without it, the user id
-    // keeps users apart in the shared temporary folder.
-    const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (!runtime.isEmpty() && QDir(runtime).exists())
-        return runtime + u'/' + name;
-#ifdef Q_OS_UNIX
-    return QDir::tempPath() + QStringLiteral("/brevona-%1-").arg(::getuid()) + QString::fromLatin1(config);
-#else
-    return QDir::tempPath() + u'/' + qEnvironmentVariable("USERNAME") + u'-' + name;
-#endif
+    return InstanceKey::defaultKey();
 }
 
 bool SingleInstance::claim()

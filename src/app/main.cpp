@@ -1,4 +1,5 @@
 #include <QApplication>
+#include <QIcon>
 
 #include "app/AppDelegate.h"
 #include "app/PlatformChoice.h"
@@ -10,6 +11,10 @@ int main(int argc, char* argv[])
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Brevona"));
     QApplication::setDesktopFileName(QStringLiteral("com.orvik.Brevona"));
+    // Every window (settings, onboarding, alerts) carries it; docks match windows to the launcher
+    // through the desktop file name on Wayland and the window class on X11.
+    QApplication::setWindowIcon(
+        QIcon::fromTheme(QStringLiteral("brevona"), QIcon(QStringLiteral(":/app/brevona.svg"))));
     // The tray icon keeps the application alive; closing a window is not quitting.
     QApplication::setQuitOnLastWindowClosed(false);
 

@@ -25,5 +25,7 @@ public:
     virtual QString name() const = 0;
     /// One line of usage after the program name, for example "compress [options] FILE...".
     virtual QString synopsis() const = 0;
+    /// What the command does and its options, shown by "--help" after the synopsis.
+    virtual QString help() const = 0;
     virtual int run(const QStringList& arguments) = 0;
 };

@@ -10,6 +10,11 @@ void err(const QString& line);
 void error(const QString& message);
 /// Whether stderr is an interactive terminal.
 bool stderrIsTerminal();
-/// Text on stderr without a line break (for a progress bar redrawn in place).
-void errRaw(const QString& text);
+/**
+ * Shows `text` (one line, no break) as the line redrawn in place at the bottom of stderr, such as
+ * a progress bar; an empty text clears it. Lines written through err() meanwhile appear above it.
+ */
+void setStatusLine(const QString& text);
+/// Routes Qt's log messages through err(), so they never run into the status line.
+void installLogHandler();
 } // namespace CliOutput

@@ -10,11 +10,12 @@
 /**
  * Picks the subcommand named by the first argument and runs it.
  *
- * "--verbose" anywhere turns the engine's debug log on; "--help" or no command prints usage.
+ * "--verbose" anywhere turns the engine's debug log on. "help", "--help" and "-h" print usage on
+ * stdout (for one command with "help COMMAND" or "COMMAND --help"), "--version" the version.
  * @code
  * CommandLine commandLine;
  * commandLine.add(std::make_unique<CompressCommand>());
- * return commandLine.run(QCoreApplication::arguments().mid(1));
+ * return commandLine.run(arguments);
  * @endcode
  */
 class CommandLine final
@@ -26,5 +27,8 @@ public:
     QString usage() const;
 
 private:
+    const CliCommand* find(const QString& name) const;
+    static QString commandHelp(const CliCommand& command);
+
     std::vector<std::unique_ptr<CliCommand>> m_commands;
 };

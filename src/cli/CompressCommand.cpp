@@ -9,7 +9,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include "cli/ArgumentText.h"
 #include "cli/CliOutput.h"
+#include "cli/InputFiles.h"
 #include "engine/AppGroupDefaults.h"
 #include "engine/ByteCount.h"
 #include "engine/ImageCompressor.h"
@@ -31,6 +33,11 @@ const QCommandLineOption kSuffix(QStringLiteral("suffix"), QStringLiteral("appen
 const QCommandLineOption kOut(QStringLiteral("out"), QStringLiteral("write outputs into this folder"),
                               QStringLiteral("DIR"));
 const QCommandLineOption kJson(QStringLiteral("json"), QStringLiteral("print one JSON object"));
+const QCommandLineOption kNoMaxEdge(QStringLiteral("no-max-edge"), QStringLiteral("keep the size"));
+const QCommandLineOption kNoMaxSize(QStringLiteral("no-max-size"), QStringLiteral("no output size limit"));
+const QCommandLineOption kNoMinSaving(QStringLiteral("no-min-saving"), QStringLiteral("keep every output"));
+
+const QString kNotUtf8 = QStringLiteral("File name is not valid UTF-8");
 
 /// A whole number in [minimum, maximum], or nothing.
 std::optional<qint64> boundedInteger(const QString& text, qint64 minimum, qint64 maximum)
@@ -65,10 +72,9 @@ public:
         constexpr int kWidth = 24;
         const int filled = kWidth * current / total;
         const QString bar = QString(filled, QLatin1Char('#')) + QString(kWidth - filled, QLatin1Char('.'));
-        CliOutput::errRaw(
-            QStringLiteral("\r\x1b[2K[%1] %2/%3 %4").arg(bar).arg(current).arg(total).arg(label));
-        if (current == total)
-            CliOutput::errRaw(QStringLiteral("\r\x1b[2K"));
+        CliOutput::setStatusLine(
+            current == total ? QString()
+                             : QStringLiteral("[%1] %2/%3 %4").arg(bar).arg(current).arg(total).arg(label));
     }
 
 private:
@@ -79,9 +85,32 @@ private:
 
 QString CompressCommand::synopsis() const
 {
+    return QStringLiteral("compress [OPTION...] FILE|FOLDER...");
+}
+
+QString CompressCommand::help() const
+{
     return QStringLiteral(
-        "compress [--format F] [--mode M] [--max-edge PX] [--max-size KB] [--min-saving PCT] "
-        "[--suffix S] [--out DIR] [--json] FILE...");
+        "Compresses the files with the stored settings; each option overrides its setting for\n"
+        "this run only. A folder stands for the images inside it, recursively, in path order,\n"
+        "without hidden files and without outputs that already carry the suffix.\n"
+        "\n"
+        "  --format F        jpeg, png, webp, avif or original\n"
+        "  --mode M          lossless, balanced or aggressive\n"
+        "  --max-edge PX     scale the longest edge down to PX pixels\n"
+        "  --no-max-edge     do not scale, whatever the settings say\n"
+        "  --max-size KB     keep each output under KB kilobytes (1 KB = 1024 bytes)\n"
+        "  --no-max-size     no size limit\n"
+        "  --min-saving PCT  keep the original when the saving is below PCT percent\n"
+        "  --no-min-saving   keep every output\n"
+        "  --suffix S        appended to output names (default -web)\n"
+        "  --out DIR         write outputs into DIR instead of beside the originals\n"
+        "  --json            print one JSON object with every result and the summary\n"
+        "  --verbose         show the engine's diagnostic log\n"
+        "\n"
+        "Progress goes to stderr, one line per file and the summary to stdout. Exit status:\n"
+        "0 when every file was written or already optimized, 1 when any failed, 2 on a usage\n"
+        "error.");
 }
 
 std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLineParser& parser,
@@ -105,6 +134,22 @@ std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLin
         }
         settings.compressionMode = *mode;
     }
+    const auto conflicting = [&](const QCommandLineOption& on, const QCommandLineOption& off) {
+        if (!parser.isSet(on) || !parser.isSet(off))
+            return false;
+        *error = QStringLiteral("--%1 and --%2 cannot be used together")
+                     .arg(on.names().first(), off.names().first());
+        return true;
+    };
+    if (conflicting(kMaxEdge, kNoMaxEdge) || conflicting(kMaxSize, kNoMaxSize) ||
+        conflicting(kMinSaving, kNoMinSaving))
+        return std::nullopt;
+    if (parser.isSet(kNoMaxEdge))
+        settings.limitLongestEdge = false;
+    if (parser.isSet(kNoMaxSize))
+        settings.limitOutputFileSize = false;
+    if (parser.isSet(kNoMinSaving))
+        settings.requireMinSavingPercent = false;
     if (parser.isSet(kMaxEdge)) {
         const auto edge = boundedInteger(parser.value(kMaxEdge), 1, 1'000'000);
         if (!edge) {
@@ -146,7 +191,17 @@ std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLin
     return settings;
 }
 
-QByteArray CompressCommand::jsonReport(const SessionResult& session)
+std::optional<QString> CompressCommand::errorText(const SessionResult& session, qsizetype index,
+                                                  const QHash<qsizetype, QString>& errorTexts)
+{
+    if (errorTexts.contains(index))
+        return errorTexts.value(index);
+    const CompressionResult& result = session.results[index];
+    return result.error ? std::optional(CompressorErrors::errorDescription(*result.error)) : std::nullopt;
+}
+
+QByteArray CompressCommand::jsonReport(const SessionResult& session,
+                                       const QHash<qsizetype, QString>& errorTexts)
 {
     // Written by hand to keep the fields in their documented order (QJsonObject sorts keys).
     const auto text = [](const std::optional<QString>& value) -> QByteArray {
@@ -158,8 +213,7 @@ QByteArray CompressCommand::jsonReport(const SessionResult& session)
     QByteArray json = QByteArrayLiteral("{\n  \"results\": [");
     for (qsizetype i = 0; i < session.results.size(); ++i) {
         const CompressionResult& result = session.results[i];
-        const std::optional<QString> error =
-            result.error ? std::optional(CompressorErrors::errorDescription(*result.error)) : std::nullopt;
+        const std::optional<QString> error = errorText(session, i, errorTexts);
         json += (i == 0 ? "\n    " : ",\n    ");
         json += "{\"source\": " + text(result.sourceURL) + ", \"output\": " + text(result.outputURL) +
                 ", \"originalSize\": " + QByteArray::number(result.originalSize) +
@@ -175,7 +229,8 @@ int CompressCommand::run(const QStringList& arguments)
 {
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    parser.addOptions({kFormat, kMode, kMaxEdge, kMaxSize, kMinSaving, kSuffix, kOut, kJson});
+    parser.addOptions({kFormat, kMode, kMaxEdge, kMaxSize, kMinSaving, kSuffix, kOut, kJson, kNoMaxEdge,
+                       kNoMaxSize, kNoMinSaving});
     if (!parser.parse(QStringList{name()} + arguments)) {
         CliOutput::error(parser.errorText());
         CliOutput::err(QStringLiteral("usage: brevona-cli ") + synopsis());
@@ -197,21 +252,54 @@ int CompressCommand::run(const QStringList& arguments)
         return UsageError;
     }
 
+    QStringList emptyFolders;
+    const QStringList inputs = InputFiles::expanded(files, settings->suffix, &emptyFolders);
+    for (const QString& folder : emptyFolders)
+        CliOutput::error(QStringLiteral("no images in \"%1\"").arg(ArgumentText::printable(folder)));
+    if (inputs.isEmpty())
+        return Failure;
+    // A name that is not UTF-8 cannot be opened under its own name, only under a lookalike.
     QStringList paths;
-    for (const QString& file : files)
-        paths.append(QFileInfo(file).absoluteFilePath());
+    for (const QString& input : inputs) {
+        if (ArgumentText::isValid(input))
+            paths.append(input);
+    }
 
     ProgressPrinter progress;
-    const SessionResult session = ImageCompressor::shared().compressBatch(
+    CliOutput::installLogHandler();
+    const SessionResult engineSession = ImageCompressor::shared().compressBatch(
         paths, *settings, [&progress](int current, int total, const QString& label) {
             progress.report(current, total, label);
         });
 
+    // Refused names take their place among the engine's results (a PDF gives one per page).
+    SessionResult session;
+    QHash<qsizetype, QString> errorTexts;
+    qsizetype next = 0;
+    for (const QString& input : inputs) {
+        if (!ArgumentText::isValid(input)) {
+            errorTexts.insert(session.results.size(), kNotUtf8);
+            CompressionResult refused;
+            refused.sourceURL = ArgumentText::printable(input);
+            refused.error = CompressorError::CannotDecode;
+            session.results.append(refused);
+            continue;
+        }
+        const qsizetype start = next;
+        while (next < engineSession.results.size() && engineSession.results[next].sourceURL == input)
+            session.results.append(engineSession.results[next++]);
+        if (next == start && next < engineSession.results.size())
+            session.results.append(engineSession.results[next++]);
+    }
+    while (next < engineSession.results.size())
+        session.results.append(engineSession.results[next++]);
+
     if (parser.isSet(kJson)) {
-        std::fputs(jsonReport(session).constData(), stdout);
+        std::fputs(jsonReport(session, errorTexts).constData(), stdout);
         std::fflush(stdout);
     } else {
-        for (const CompressionResult& result : session.results) {
+        for (qsizetype i = 0; i < session.results.size(); ++i) {
+            const CompressionResult& result = session.results[i];
             const QString source = QDir::toNativeSeparators(result.sourceURL);
             if (result.outputURL)
                 CliOutput::out(QStringLiteral("%1 → %2 (%3 → %4)")
@@ -220,7 +308,7 @@ int CompressCommand::run(const QStringList& arguments)
                                         ByteCount::format(result.compressedSize)));
             else
                 CliOutput::out(QStringLiteral("%1: %2").arg(
-                    source, result.error ? CompressorErrors::errorDescription(*result.error) : QString()));
+                    source, errorText(session, i, errorTexts).value_or(QString())));
         }
         CliOutput::out(session.summary());
     }

@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include <QHash>
+
 #include "cli/CliCommand.h"
 #include "engine/CompressionSettings.h"
 #include "engine/SessionResult.h"
@@ -21,12 +23,18 @@ class CompressCommand final : public CliCommand
 public:
     QString name() const override { return QStringLiteral("compress"); }
     QString synopsis() const override;
+    QString help() const override;
     int run(const QStringList& arguments) override;
 
-    /// The JSON report of a batch: {"results": [...], "summary": text}.
-    static QByteArray jsonReport(const SessionResult& session);
+    /// The JSON report of a batch: {"results": [...], "summary": text}. `errorTexts` replaces the
+    /// error text of the results at those indexes.
+    static QByteArray jsonReport(const SessionResult& session,
+                                 const QHash<qsizetype, QString>& errorTexts = {});
 
 private:
+    static std::optional<QString> errorText(const SessionResult& session, qsizetype index,
+                                            const QHash<qsizetype, QString>& errorTexts);
+
     /// `base` with the parsed options applied; nothing (and `error` set) when one is invalid.
     static std::optional<CompressionSettings> overridden(const QCommandLineParser& parser,
                                                          CompressionSettings base, QString* error);

@@ -1,46 +1,147 @@
 #include "cli/SettingsCommand.h"
 
+#include <array>
+#include <limits>
+
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 
 #include "cli/CliOutput.h"
 #include "engine/AppGroupDefaults.h"
+#include "engine/CompressionMode.h"
+#include "engine/OutputFormat.h"
+#include "engine/OutputLocation.h"
+#include "platform/FolderBookmark.h"
+
+namespace {
+
+using Keys = AppGroupDefaults::Keys;
+
+template <typename Enum, std::size_t N>
+QStringList rawValues(const std::array<Enum, N>& all, QString (*rawValue)(Enum))
+{
+    QStringList values;
+    for (const Enum value : all)
+        values.append(rawValue(value));
+    return values;
+}
+
+QVariant choice(const QString& text, const QStringList& values, QString* expected)
+{
+    // Exact spelling only: the engine reads "Balanced" as an unknown mode.
+    if (values.contains(text))
+        return text;
+    *expected = QStringLiteral("one of ") + values.join(QStringLiteral(", "));
+    return {};
+}
+
+QVariant wholeNumber(const QString& text, qint64 minimum, qint64 maximum, QString* expected)
+{
+    bool ok = false;
+    const qint64 number = text.trimmed().toLongLong(&ok);
+    if (ok && number >= minimum && number <= maximum)
+        return number;
+    *expected = maximum == std::numeric_limits<qint64>::max()
+                    ? QStringLiteral("a whole number from %1 up").arg(minimum)
+                    : QStringLiteral("a whole number from %1 to %2").arg(minimum).arg(maximum);
+    return {};
+}
+
+QVariant boolean(const QString& text, QString* expected)
+{
+    const QString word = text.trimmed().toLower();
+    if (word == QLatin1String("true") || word == QLatin1String("yes") || word == QLatin1String("1"))
+        return true;
+    if (word == QLatin1String("false") || word == QLatin1String("no") || word == QLatin1String("0"))
+        return false;
+    *expected = QStringLiteral("true or false");
+    return {};
+}
+
+QVariant folderBookmark(const QString& text, QString* expected)
+{
+    const QFileInfo folder(text);
+    if (!text.isEmpty() && folder.isDir()) {
+        if (const std::optional<QByteArray> bookmark = FolderBookmark::create(folder.absoluteFilePath()))
+            return *bookmark;
+    }
+    *expected = QStringLiteral("the path of an existing folder");
+    return {};
+}
+
+} // namespace
 
 QString SettingsCommand::synopsis() const
 {
     return QStringLiteral("settings [KEY [VALUE]] | settings --delete KEY");
 }
 
-std::optional<QVariant> SettingsCommand::typedValue(const QString& text, const QVariant& registeredDefault)
+QString SettingsCommand::help() const
 {
-    bool ok = true;
-    switch (registeredDefault.typeId()) {
-    case QMetaType::Bool: {
-        const QString word = text.trimmed().toLower();
-        if (word == QLatin1String("true") || word == QLatin1String("yes") || word == QLatin1String("1"))
-            return QVariant(true);
-        if (word == QLatin1String("false") || word == QLatin1String("no") || word == QLatin1String("0"))
-            return QVariant(false);
-        return std::nullopt;
-    }
-    case QMetaType::Int:
-    case QMetaType::LongLong: {
-        const qint64 number = text.trimmed().toLongLong(&ok);
-        return ok ? std::optional<QVariant>(QVariant(number)) : std::nullopt;
-    }
-    case QMetaType::Double: {
-        const double number = text.trimmed().toDouble(&ok);
-        return ok ? std::optional<QVariant>(QVariant(number)) : std::nullopt;
-    }
-    default:
-        return QVariant(text);
-    }
+    return QStringLiteral(
+        "Reads or writes the settings that Brevona and brevona-cli share.\n"
+        "\n"
+        "  settings             list every key with its value, \"(default)\" when not stored\n"
+        "  settings KEY         print one value\n"
+        "  settings KEY VALUE   store a value (refused with the valid values when the\n"
+        "                       engine would not understand it)\n"
+        "  settings --delete KEY  remove a stored value, so the default applies again\n"
+        "\n"
+        "Keys: outputFormat (jpeg, png, webp, avif, original), compressionMode (lossless,\n"
+        "balanced, aggressive), quality (0 to 1), limitLongestEdge, longestEdgePx,\n"
+        "suffix, outputLocation (sameFolder, customFolder), showNotifications,\n"
+        "limitOutputFileSize, maxFileSizeKB, requireMinSavingPercent, minSavingPercent\n"
+        "(0 to 100), customFolderBookmark (a folder path).");
 }
 
-QString SettingsCommand::displayText(const QVariant& value)
+QVariant SettingsCommand::parsedValue(const QString& key, const QString& text, QString* expected)
+{
+    constexpr qint64 kUnbounded = std::numeric_limits<qint64>::max();
+    if (key == Keys::outputFormat)
+        return choice(text, rawValues(OutputFormats::all, OutputFormats::rawValue), expected);
+    if (key == Keys::compressionMode)
+        return choice(text, rawValues(CompressionModes::all, CompressionModes::rawValue), expected);
+    if (key == Keys::outputLocation)
+        return choice(text,
+                      {OutputLocations::rawValue(OutputLocation::SameFolder),
+                       OutputLocations::rawValue(OutputLocation::CustomFolder)},
+                      expected);
+    // 0 is what the engine reads as "the standard value", so it stays writable.
+    if (key == Keys::longestEdgePx || key == Keys::maxFileSizeKB)
+        return wholeNumber(text, 0, kUnbounded, expected);
+    if (key == Keys::minSavingPercent)
+        return wholeNumber(text, 0, 100, expected);
+    if (key == Keys::limitLongestEdge || key == Keys::limitOutputFileSize ||
+        key == Keys::requireMinSavingPercent || key == Keys::showNotifications ||
+        key == Keys::groupDefaultsMigrated)
+        return boolean(text, expected);
+    if (key == Keys::quality) {
+        bool ok = false;
+        const double number = text.trimmed().toDouble(&ok);
+        if (ok && number >= 0.0 && number <= 1.0)
+            return number;
+        *expected = QStringLiteral("a number from 0 to 1");
+        return {};
+    }
+    if (key == Keys::customFolderBookmark)
+        return folderBookmark(text, expected);
+    if (key == Keys::pendingFiles) {
+        *expected = QStringLiteral("a list of files, added with \"brevona-cli send FILE...\"");
+        return {};
+    }
+    return text;
+}
+
+QString SettingsCommand::displayText(const QString& key, const QVariant& value)
 {
     switch (value.typeId()) {
     case QMetaType::QByteArray:
+        if (key == Keys::customFolderBookmark) {
+            if (const std::optional<QString> path = FolderBookmark::resolve(value.toByteArray()))
+                return *path;
+        }
         return QStringLiteral("<data, %1 bytes>").arg(value.toByteArray().size());
     case QMetaType::QVariantList:
     case QMetaType::QStringList:
@@ -87,7 +188,7 @@ int SettingsCommand::run(const QStringList& arguments)
         }
         for (const QString& key : keys) {
             const QString marker = suite.hasStoredValue(key) ? QString() : QStringLiteral(" (default)");
-            CliOutput::out(QStringLiteral("%1 = %2%3").arg(key, displayText(suite.object(key)), marker));
+            CliOutput::out(QStringLiteral("%1 = %2%3").arg(key, displayText(key, suite.object(key)), marker));
         }
         return Success;
     }
@@ -99,18 +200,18 @@ int SettingsCommand::run(const QStringList& arguments)
             CliOutput::error(QStringLiteral("no value for \"%1\"").arg(key));
             return Failure;
         }
-        CliOutput::out(displayText(value));
+        CliOutput::out(displayText(key, value));
         return Success;
     }
 
-    const QVariant registered = suite.registeredDefaults().value(key);
-    const std::optional<QVariant> value = typedValue(arguments[1], registered);
-    if (!value) {
-        CliOutput::error(QStringLiteral("\"%1\" is not a valid %2 for %3")
-                             .arg(arguments[1], QString::fromLatin1(registered.typeName()), key));
+    QString expected;
+    const QVariant value = parsedValue(key, arguments[1], &expected);
+    if (!value.isValid()) {
+        CliOutput::error(QStringLiteral("\"%1\" is not a valid value for %2; expected %3")
+                             .arg(arguments[1], key, expected));
         return UsageError;
     }
-    suite.set(key, *value);
+    suite.set(key, value);
     if (!suite.sync()) {
         CliOutput::error(QStringLiteral("cannot write %1").arg(suite.filePath()));
         return Failure;

@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -32,12 +34,14 @@ class TestCli final : public QObject
 private:
     std::unique_ptr<IsolatedConfig> m_config;
     std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<QTemporaryDir> m_data; // XDG_DATA_HOME
 
     Run cli(const QStringList& arguments) const
     {
         QProcess process;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_config->path());
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_data->path());
         process.setProcessEnvironment(environment);
         process.start(qEnvironmentVariable("BREVONA_CLI"), arguments);
         process.waitForFinished(120'000);
@@ -75,6 +79,7 @@ private Q_SLOTS:
     {
         m_config = std::make_unique<IsolatedConfig>();
         m_dir = std::make_unique<QTemporaryDir>();
+        m_data = std::make_unique<QTemporaryDir>();
     }
 
     void jsonReportsEveryJob()
@@ -121,18 +126,31 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("lastLine");
+        QTest::addColumn<QStringList>("stored"); // key, value, ... set before the run
         QTest::newRow("all written (small originals)")
-            << QStringList{} << 0 << "Done · files were already optimized";
+            << QStringList{} << 0 << "Done · files were already optimized" << QStringList{};
         QTest::newRow("already optimized counts as success")
-            << QStringList{"--min-saving", "100"} << 0 << "Already optimized · no changes needed";
+            << QStringList{"--min-saving", "100"} << 0 << "Already optimized · no changes needed"
+            << QStringList{};
         QTest::newRow("flags change the output")
-            << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s"} << 0 << "";
+            << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s"} << 0 << ""
+            << QStringList{};
+        QTest::newRow("stored saving rule off for one run")
+            << QStringList{"--no-min-saving"} << 0 << "Done · files were already optimized"
+            << QStringList{"requireMinSavingPercent", "true", "minSavingPercent", "100"};
+        QTest::newRow("stored size limit off for one run")
+            << QStringList{"--no-max-size", "--no-max-edge"} << 0 << "Done · files were already optimized"
+            << QStringList{"limitOutputFileSize", "true", "maxFileSizeKB", "1",
+                           "limitLongestEdge",    "true", "longestEdgePx", "8"};
     }
     void exitCodes()
     {
         QFETCH(QStringList, options);
         QFETCH(int, exitCode);
         QFETCH(QString, lastLine);
+        QFETCH(QStringList, stored);
+        for (qsizetype i = 0; i + 1 < stored.size(); i += 2)
+            QCOMPARE(cli({QStringLiteral("settings"), stored[i], stored[i + 1]}).exitCode, 0);
         const QString a = copy(QStringLiteral("orient1-360x240.jpg"), QStringLiteral("a.jpg"));
         const QString b = copy(QStringLiteral("shoes-srgb-150x100.jpg"), QStringLiteral("b.jpg"));
         const Run run = cli(QStringList{QStringLiteral("compress")} + options + QStringList{a, b});
@@ -145,34 +163,135 @@ private Q_SLOTS:
             QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("a_s.png"))));
         QVERIFY(storedSuite().isEmpty() ||
                 !storedSuite().contains(QStringLiteral("outputFormat"))); // nothing saved
+        if (!stored.isEmpty()) // an 8-pixel edge or a 1 KB limit would give a file under 1 KB
+            QVERIFY(QFileInfo(m_dir->filePath(QStringLiteral("a-web.jpg"))).size() > 1024);
     }
 
     void usageErrors_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        QTest::newRow("nothing") << QStringList{};
-        QTest::newRow("unknown command") << QStringList{"frobnicate"};
-        QTest::newRow("no files") << QStringList{"compress", "--json"};
-        QTest::newRow("unknown option") << QStringList{"compress", "--bogus", "x.jpg"};
-        QTest::newRow("unknown format") << QStringList{"compress", "--format", "gif", "x.jpg"};
-        QTest::newRow("unknown mode") << QStringList{"compress", "--mode", "turbo", "x.jpg"};
-        QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"};
-        QTest::newRow("edge not a number") << QStringList{"compress", "--max-edge", "big", "x.jpg"};
-        QTest::newRow("saving above 100") << QStringList{"compress", "--min-saving", "101", "x.jpg"};
+        QTest::addColumn<QString>("message"); // part of what stderr says
+        QTest::newRow("nothing") << QStringList{} << "usage:";
+        QTest::newRow("unknown command") << QStringList{"frobnicate"} << "unknown command";
+        QTest::newRow("no files") << QStringList{"compress", "--json"} << "no files";
+        QTest::newRow("unknown option") << QStringList{"compress", "--bogus", "x.jpg"} << "bogus";
+        QTest::newRow("unknown format") << QStringList{"compress", "--format", "gif", "x.jpg"} << "avif";
+        QTest::newRow("unknown mode") << QStringList{"compress", "--mode", "turbo", "x.jpg"} << "balanced";
+        QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"} << "whole number";
+        QTest::newRow("edge not a number") << QStringList{"compress", "--max-edge", "big", "x.jpg"} << "";
+        QTest::newRow("saving above 100") << QStringList{"compress", "--min-saving", "101", "x.jpg"} << "100";
         QTest::newRow("missing out folder")
-            << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"};
-        QTest::newRow("settings with three words") << QStringList{"settings", "a", "b", "c"};
-        QTest::newRow("integer setting from text") << QStringList{"settings", "maxFileSizeKB", "lots"};
-        QTest::newRow("bool setting from text") << QStringList{"settings", "limitOutputFileSize", "maybe"};
+            << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"} << "does not exist";
+        QTest::newRow("a limit and its opposite")
+            << QStringList{"compress", "--max-size", "9", "--no-max-size", "x.jpg"} << "together";
+        QTest::newRow("help for nothing known") << QStringList{"help", "frobnicate"} << "usage:";
+        QTest::newRow("settings with three words") << QStringList{"settings", "a", "b", "c"} << "usage:";
+        QTest::newRow("integer setting from text")
+            << QStringList{"settings", "maxFileSizeKB", "lots"} << "expected a whole number from 0 up";
+        QTest::newRow("negative size") << QStringList{"settings", "maxFileSizeKB", "-5"} << "whole number";
+        QTest::newRow("fractional edge") << QStringList{"settings", "longestEdgePx", "1.5"} << "whole number";
+        QTest::newRow("percent above 100")
+            << QStringList{"settings", "minSavingPercent", "150"} << "0 to 100";
+        QTest::newRow("bool setting from text")
+            << QStringList{"settings", "limitOutputFileSize", "maybe"} << "expected true or false";
+        QTest::newRow("capitalised mode") << QStringList{"settings", "compressionMode", "Balanced"}
+                                          << "expected one of lossless, balanced, aggressive";
+        QTest::newRow("unknown format setting")
+            << QStringList{"settings", "outputFormat", "gif"} << "jpeg, png, webp, avif, original";
+        QTest::newRow("unknown location")
+            << QStringList{"settings", "outputLocation", "desktop"} << "sameFolder, customFolder";
+        QTest::newRow("quality above 1") << QStringList{"settings", "quality", "80"} << "0 to 1";
+        QTest::newRow("bookmark of a missing folder")
+            << QStringList{"settings", "customFolderBookmark", "/nonexistent/folder"} << "existing folder";
+        QTest::newRow("hand-off list as text") << QStringList{"settings", "pendingFiles", "/a.png"} << "send";
     }
     void usageErrors()
     {
         QFETCH(QStringList, arguments);
+        QFETCH(QString, message);
         const Run run = cli(arguments);
         QCOMPARE(run.exitCode, 2);
-        QVERIFY(!run.err.isEmpty());
+        QVERIFY2(run.err.contains(message.toUtf8()), run.err.constData());
+        QVERIFY2(!run.err.contains("qlonglong") && !run.err.contains("QString"), run.err.constData());
         QVERIFY(run.out.isEmpty());
         QVERIFY(!storedSuite().contains(QStringLiteral("maxFileSizeKB")));
+        QVERIFY(!storedSuite().contains(QStringLiteral("compressionMode")));
+    }
+
+    void helpAndVersion_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("firstLine");
+        QTest::newRow("version") << QStringList{"--version"} << "brevona-cli 0.1.0";
+        QTest::newRow("help") << QStringList{"help"} << "usage:";
+        QTest::newRow("--help") << QStringList{"--help"} << "usage:";
+        QTest::newRow("help compress")
+            << QStringList{"help", "compress"} << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
+        QTest::newRow("compress --help among options")
+            << QStringList{"compress", "--json", "--help"}
+            << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
+        QTest::newRow("send --help") << QStringList{"send", "--help"}
+                                     << "usage: brevona-cli send [--] FILE...";
+        QTest::newRow("settings -h") << QStringList{"settings", "-h"}
+                                     << "usage: brevona-cli settings [KEY [VALUE]] | settings --delete KEY";
+        QTest::newRow("install-actions --help")
+            << QStringList{"install-actions", "--help"} << "usage: brevona-cli install-actions";
+    }
+    void helpAndVersion()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, firstLine);
+        const Run run = cli(arguments);
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(QString::fromUtf8(run.out).section(u'\n', 0, 0), firstLine);
+        QVERIFY(run.err.isEmpty());
+    }
+
+    void foldersExpand_data()
+    {
+        QTest::addColumn<QStringList>("files"); // created under the folder (all the same image)
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QStringList>("processed"); // sources in order, relative, with any error
+        QTest::newRow("recursive, in path order")
+            << QStringList{"b.png", "a/z.png", "a.png", "a/b/c.PNG"} << QStringList{}
+            << QStringList{"a.png", "a/b/c.PNG", "a/z.png", "b.png"};
+        QTest::newRow("hidden files and folders, other types")
+            << QStringList{".h.png", ".hidden/a.png", "notes.txt", "k.png"} << QStringList{}
+            << QStringList{"k.png"};
+        QTest::newRow("own outputs of the suffix in force")
+            << QStringList{"a.png", "a-web.png", "a-web_2.jpg", "d-web-p3.png", "s_s.png"} << QStringList{}
+            << QStringList{"a.png", "s_s.png"};
+        QTest::newRow("own outputs of --suffix")
+            << QStringList{"a.png", "a-web.png", "s_s.png"} << QStringList{"--suffix", "_s"}
+            << QStringList{"a-web.png", "a.png"};
+        QTest::newRow("name that is not UTF-8 refused alone")
+            << QStringList{"a.png", "b\u00ff.png", "c.png"} << QStringList{}
+            << QStringList{"a.png", "b\\xFF.png: File name is not valid UTF-8", "c.png"};
+    }
+    void foldersExpand()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QStringList, options);
+        QFETCH(QStringList, processed);
+        const QString folder = m_dir->filePath(QStringLiteral("in"));
+        for (const QString& file : files) {
+            // Names go to the file system as Latin-1 bytes, so "\xff" stays one byte 0xFF.
+            const QByteArray path = folder.toUtf8() + '/' + file.toLatin1();
+            QDir().mkpath(QFileInfo(QString::fromUtf8(path)).absolutePath());
+            QVERIFY(std::filesystem::copy_file(fixture(QStringLiteral("rgba-32x32.png")).toStdString(),
+                                               path.toStdString()));
+        }
+        const Run run = cli(QStringList{QStringLiteral("compress"), QStringLiteral("--json")} + options +
+                            QStringList{folder});
+        QCOMPARE(run.exitCode, processed.join(u' ').contains(u':') ? 1 : 0);
+        QStringList sources;
+        for (const QJsonValue result :
+             QJsonDocument::fromJson(run.out).object().value(QStringLiteral("results")).toArray()) {
+            const QString error = result[QStringLiteral("error")].toString();
+            sources.append(result[QStringLiteral("source")].toString().mid(folder.size() + 1) +
+                           (error.isEmpty() ? QString() : QStringLiteral(": ") + error));
+        }
+        QCOMPARE(sources, processed);
     }
 
     void outFolderReceivesOutputs()
@@ -183,6 +302,44 @@ private Q_SLOTS:
                              QStringLiteral("--format"), QStringLiteral("webp"), a});
         QCOMPARE(run.exitCode, 0);
         QVERIFY(QFileInfo::exists(QDir(out.path()).filePath(QStringLiteral("rgba-32x32-web.webp"))));
+    }
+
+    void installActionsMergesWithTheUsersOwn_data()
+    {
+        QTest::addColumn<QByteArray>("before"); // the user's uca.xml; empty: none
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<int>("ours"); // our actions in uca.xml afterwards
+        const QByteArray own =
+            "<?xml version=\"1.0\"?>\n<actions>\n<action><unique-id>1-1</unique-id></action>\n"
+            "</actions>\n";
+        QTest::newRow("no uca.xml yet") << QByteArray() << 0 << 1;
+        QTest::newRow("the user's actions kept") << own << 0 << 1;
+        QTest::newRow("unreadable file left alone") << QByteArray("<actions><action>") << 1 << 0;
+    }
+    void installActionsMergesWithTheUsersOwn()
+    {
+        QFETCH(QByteArray, before);
+        QFETCH(int, exitCode);
+        QFETCH(int, ours);
+        const QString uca = m_config->path() + QStringLiteral("/Thunar/uca.xml");
+        if (!before.isEmpty()) {
+            QDir().mkpath(QFileInfo(uca).absolutePath());
+            QFile file(uca);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(before);
+        }
+        for (int run = 0; run < 2; ++run) // a second run changes nothing
+            QCOMPARE(cli({QStringLiteral("install-actions")}).exitCode, exitCode);
+        QFile file(uca);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray after = file.readAll();
+        QCOMPARE(after.count("<unique-id>brevona-optimize-1</unique-id>"), ours);
+        if (before.contains("1-1"))
+            QVERIFY(after.startsWith(before.left(before.indexOf("</actions>"))));
+        if (ours == 0)
+            QCOMPARE(after, before);
+        const QFileInfo script(m_data->path() + QStringLiteral("/nautilus/scripts/Optimize with Brevona"));
+        QVERIFY(script.isExecutable());
     }
 
     void settingsWriteTypedValues_data()
@@ -206,6 +363,10 @@ private Q_SLOTS:
         QTest::newRow("empty string") << "suffix"
                                       << ""
                                       << "" << QJsonValue(QString());
+        QTest::newRow("folder bookmark as the settings window stores it")
+            << "customFolderBookmark" << QDir::tempPath() << QDir::tempPath()
+            << QJsonValue(QJsonObject{
+                   {QStringLiteral("$data"), QString::fromLatin1(QDir::tempPath().toUtf8().toBase64())}});
         QTest::newRow("unregistered key") << "note"
                                           << "42"
                                           << "42" << QJsonValue(QStringLiteral("42"));
