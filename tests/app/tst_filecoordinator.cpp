@@ -168,7 +168,7 @@ private slots:
         // Several senders, each running `send` again as soon as its last call ended, while the
         // coordinator reads and clears as fast as it can.
         constexpr int kSenders = 4;
-        constexpr int kCalls = 8;
+        constexpr int kCalls = 5;
         std::vector<std::unique_ptr<QProcess>> senders;
         int running = kSenders;
         for (int s = 0; s < kSenders; ++s) {
