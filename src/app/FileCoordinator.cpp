@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QTimer>
+#include <QVariant>
 
 #include "engine/AppGroupDefaults.h"
 
@@ -30,18 +31,35 @@ void FileCoordinator::startPolling(FilesHandler handler)
 
 void FileCoordinator::poll()
 {
+    // A cheap look first; the list that is handed on is the one taken under the lock.
     Defaults suite = AppGroupDefaults::open();
-    const std::optional<QStringList> stored = suite.stringArray(AppGroupDefaults::Keys::pendingFiles);
-    if (!stored || stored->isEmpty())
+    const std::optional<QStringList> seen = suite.stringArray(AppGroupDefaults::Keys::pendingFiles);
+    if (!seen || seen->isEmpty())
         return;
 
-    // Cleared and written out before anything else, so the sender sees the key gone at once.
-    suite.remove(AppGroupDefaults::Keys::pendingFiles);
-    suite.sync();
+    // Read and cleared in one step under the senders' lock, so a path appended meanwhile is
+    // either taken now or kept for the next poll, never removed unread or taken twice.
+    std::optional<QStringList> taken;
+    const bool cleared = suite.update(AppGroupDefaults::Keys::pendingFiles, [&](const QVariant& stored) {
+        if (stored.metaType().id() != QMetaType::QVariantList)
+            return stored;
+        QStringList list;
+        for (const QVariant& entry : stored.toList()) {
+            if (entry.metaType().id() != QMetaType::QString)
+                return stored; // a value of another type is left alone, as when read unlocked
+            list.append(entry.toString());
+        }
+        if (list.isEmpty())
+            return stored;
+        taken = list;
+        return QVariant();
+    });
+    if (!cleared || !taken)
+        return;
 
     QStringList paths;
-    paths.reserve(stored->size());
-    for (const QString& path : *stored)
+    paths.reserve(taken->size());
+    for (const QString& path : *taken)
         paths.append(QDir::isAbsolutePath(path) ? path : QDir::current().absoluteFilePath(path));
 
     if (m_onFiles)

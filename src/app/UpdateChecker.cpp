@@ -114,8 +114,14 @@ void UpdateChecker::fetch(std::function<void(std::optional<QByteArray>)> done)
                          QNetworkRequest::UserVerifiedRedirectPolicy);
     QNetworkReply* reply = m_network->get(request);
 
-    // A redirect away from HTTPS or an oversized body ends the fetch as a failure.
+    // A redirect away from HTTPS, an oversized body or the deadline ends the fetch as a failure.
+    // The transfer timeout alone restarts with every byte, so a server that drips would keep a
+    // manual check running for ever.
     auto refused = std::make_shared<bool>(false);
+    QTimer::singleShot(m_deadlineMs, reply, [reply, refused] {
+        *refused = true;
+        reply->abort();
+    });
     connect(reply, &QNetworkReply::redirected, reply, [reply, refused](const QUrl& target) {
         if (target.scheme() == QLatin1String("https")) {
             emit reply->redirectAllowed();

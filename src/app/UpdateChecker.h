@@ -36,6 +36,8 @@ public:
     static inline const QString kSkipVersionKey = QStringLiteral("orvik.skipVersion");
     static constexpr qint64 kMaxBodyBytes = 1024 * 1024;
     static constexpr int kTransferTimeoutMs = 30'000;
+    /// The whole fetch, however slowly the server answers.
+    static constexpr int kCheckDeadlineMs = 30'000;
 
     UpdateChecker(QString versionUrl, BundleInfo bundle, std::shared_ptr<AlertPresenter> alerts,
                   QObject* parent = nullptr);
@@ -46,6 +48,8 @@ public:
     static QString defaultFeedUrl();
 
     QString versionUrl() const { return m_versionUrl; }
+    /// Replaces `kCheckDeadlineMs` for the next fetches (tests use a short one).
+    void setDeadlineMs(int deadlineMs) { m_deadlineMs = deadlineMs; }
     bool isChecking() const override { return m_manualChecks > 0; }
 
     /// Schedules the first check-if-due in 3 s and a silent check every 86,400 s.
@@ -83,6 +87,7 @@ private:
     std::shared_ptr<AlertPresenter> m_alerts;
     QNetworkAccessManager* m_network;
     QTimer m_daily;
+    int m_deadlineMs = kCheckDeadlineMs;
     /// Manual checks under way; they may overlap.
     int m_manualChecks = 0;
 };

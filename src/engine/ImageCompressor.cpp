@@ -143,6 +143,10 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
     const OutputFormat format = resolvedFormat(settings.outputFormat, sourcePath);
     const OutputTarget target(outputFolder(sourcePath, settings), source.completeBaseName() + settings.suffix,
                               OutputFormats::fileExtension(format));
+    if (target.checkWritable()) { // said before a whole encode is spent on it
+        result.error = CompressorError::FinalizeFailed;
+        return result;
+    }
     SizeLimitedWriter writer(format, settings);
     std::optional<QString> written = writer.write(*image, target);
     if (!written && streamed && !writer.attempts().isEmpty() && !writer.attempts().last().encoded()) {
@@ -191,6 +195,10 @@ CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int p
                               source.completeBaseName() + settings.suffix + QStringLiteral("-p") +
                                   QString::number(pageIndex + 1),
                               OutputFormats::fileExtension(format));
+    if (target.checkWritable()) {
+        result.error = CompressorError::FinalizeFailed;
+        return result;
+    }
     const std::optional<QString> written = writeImage(*page, format, target, settings);
     if (!written) {
         result.error = CompressorError::FinalizeFailed;

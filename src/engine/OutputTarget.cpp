@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -24,6 +25,48 @@ bool anythingAt(const QString& path)
     struct stat info;
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0; // dangling links count too
 }
+
+std::nullopt_t fail(const QString& path, const QString& why)
+{
+    qCWarning(lcCompression).noquote() << QStringLiteral("Write FAILED path=%1 err=%2").arg(path, why);
+    return std::nullopt;
+}
+
+bool writeAll(int fd, const QByteArray& bytes)
+{
+    const char* data = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, data, static_cast<size_t>(left));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = EIO;
+            return false;
+        }
+        data += n;
+        left -= n;
+    }
+    return ::fdatasync(fd) == 0;
+}
+
+class FileDescriptor final
+{
+public:
+    explicit FileDescriptor(int fd) : m_fd(fd) {}
+    ~FileDescriptor()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
 
 } // namespace
 
@@ -79,19 +122,87 @@ OutputTarget::Placement OutputTarget::place(const QByteArray& temporary, const Q
     return Placement::Failed;
 }
 
+std::optional<QString> OutputTarget::checkWritable(const QString& folder, const QString& name)
+{
+    const QByteArray dir = QFile::encodeName(folder);
+    struct stat info;
+    if (::stat(dir.constData(), &info) != 0)
+        return qt_error_string(errno);
+    if (!S_ISDIR(info.st_mode))
+        return qt_error_string(ENOTDIR);
+    if (::access(dir.constData(), W_OK | X_OK) != 0)
+        return qt_error_string(errno);
+    const qsizetype nameBytes = QFile::encodeName(name).size();
+    const long nameMax = ::pathconf(dir.constData(), _PC_NAME_MAX);
+    const long pathMax = ::pathconf(dir.constData(), _PC_PATH_MAX);
+    if ((nameMax > 0 && nameBytes > nameMax) || (pathMax > 0 && dir.size() + 1 + nameBytes >= pathMax))
+        return qt_error_string(ENAMETOOLONG);
+    struct statvfs space;
+    if (::statvfs(dir.constData(), &space) == 0 && space.f_blocks > 0 &&
+        (::geteuid() == 0 ? space.f_bfree : space.f_bavail) == 0)
+        return qt_error_string(ENOSPC);
+    return std::nullopt;
+}
+
+std::optional<QString> OutputTarget::checkWritable() const
+{
+    const QString path = pathFor(1);
+    std::optional<QString> problem = checkWritable(m_folder, QFileInfo(path).fileName());
+    if (problem)
+        fail(path, *problem);
+    return problem;
+}
+
 std::optional<QString> OutputTarget::write(const QByteArray& bytes) const
 {
-    const auto fail = [](const QString& path, const QString& why) {
-        qCWarning(lcCompression).noquote() << QStringLiteral("Write FAILED path=%1 err=%2").arg(path, why);
-        return std::nullopt;
-    };
+    if (std::optional<std::optional<QString>> written = writeUnnamed(bytes))
+        return *written;
+    return writeNamed(bytes);
+}
 
+std::optional<std::optional<QString>> OutputTarget::writeUnnamed(const QByteArray& bytes) const
+{
+#if defined(Q_OS_LINUX) && defined(O_TMPFILE)
+    // Linked by its /proc name, which needs no privilege (unlike AT_EMPTY_PATH).
+    if (::access("/proc/self/fd", X_OK) != 0)
+        return std::nullopt;
+    const FileDescriptor file(
+        ::open(QFile::encodeName(m_folder).constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    if (file.get() < 0) {
+        if (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)
+            return std::nullopt; // no unnamed files here: the named way below
+        return std::optional<QString>(fail(pathFor(1), qt_error_string(errno)));
+    }
+    if (!writeAll(file.get(), bytes) || ::fchmod(file.get(), 0644) != 0)
+        return std::optional<QString>(fail(pathFor(1), qt_error_string(errno)));
+    const QByteArray procName = "/proc/self/fd/" + QByteArray::number(file.get());
+    const int attempts = m_numbered ? kMaxAttempts : 1;
+    for (int n = 1; n <= attempts; ++n) {
+        const QString path = pathFor(n);
+        if (::linkat(AT_FDCWD, procName.constData(), AT_FDCWD, QFile::encodeName(path).constData(),
+                     AT_SYMLINK_FOLLOW) == 0) {
+            qCDebug(lcCompression).noquote()
+                << QStringLiteral("Write OK → %1").arg(QFileInfo(path).fileName());
+            return std::optional<QString>(path);
+        }
+        if (errno != EEXIST)
+            return std::optional<QString>(fail(path, qt_error_string(errno)));
+    }
+    return std::optional<QString>(fail(pathFor(1), qt_error_string(EEXIST)));
+#else
+    Q_UNUSED(bytes);
+    return std::nullopt;
+#endif
+}
+
+std::optional<QString> OutputTarget::writeNamed(const QByteArray& bytes) const
+{
     // A hidden name in the same folder, so the final move stays on one file system.
     QTemporaryFile temporary(QDir(m_folder).filePath(QStringLiteral(".brevona-XXXXXX.tmp")));
     if (!temporary.open())
-        return fail(pathFor(1), temporary.errorString());
-    if (temporary.write(bytes) != bytes.size() || !temporary.flush() || ::fdatasync(temporary.handle()) != 0)
-        return fail(pathFor(1), temporary.errorString());
+        return fail(pathFor(1), qt_error_string(errno));
+    if (!temporary.flush() || !writeAll(temporary.handle(), bytes))
+        return fail(pathFor(1), qt_error_string(errno));
     temporary.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther);
     const QByteArray temporaryName = QFile::encodeName(temporary.fileName());
 

@@ -9,10 +9,11 @@
  * Where an output file goes, and the one safe way to put it there.
  *
  * The name is folder/base.ext, or base_2.ext, base_3.ext ... when something already exists under
- * the name. Bytes are written to a temporary file in the destination folder first and then moved
+ * the name. Bytes are written to a temporary file in the destination folder first and then linked
  * to the first free name without ever replacing an existing file, so a crash or a full disk
  * leaves no half-written output, and a file that appears meanwhile is never clobbered: its name
- * is simply skipped.
+ * is simply skipped. Where the file system allows, the temporary file has no name at all until it
+ * is linked into place, so even a kill -9 leaves nothing behind.
  * @code
  * const OutputTarget target(QStringLiteral("/photos"), QStringLiteral("a-web"), QStringLiteral("jpg"));
  * if (const auto written = target.write(bytes))
@@ -32,8 +33,18 @@ public:
     QString candidatePath() const;
 
     /**
+     * Why a file named `name` cannot be created in `folder`, in the system's words ("Permission
+     * denied", "File name too long", "No space left on device", ...); nothing when it can. Cheap
+     * enough to call before encoding, so a job fails at once instead of after a full encode.
+     */
+    static std::optional<QString> checkWritable(const QString& folder, const QString& name);
+    /// `checkWritable` for this target's first name; a problem is logged as "Write FAILED".
+    std::optional<QString> checkWritable() const;
+
+    /**
      * Writes `bytes` under the first free name and returns that path; nothing on failure (logged
-     * as "Write FAILED path=... err=..."), in which case no file is left behind.
+     * as "Write FAILED path=... err=..." with the system's reason), in which case no file is left
+     * behind.
      */
     std::optional<QString> write(const QByteArray& bytes) const;
 
@@ -45,6 +56,9 @@ private:
         Failed
     };
     static Placement place(const QByteArray& temporary, const QByteArray& final, int* error);
+    /// Links an unnamed temporary file into place; nothing when the file system cannot make one.
+    std::optional<std::optional<QString>> writeUnnamed(const QByteArray& bytes) const;
+    std::optional<QString> writeNamed(const QByteArray& bytes) const;
 
     QString m_folder;
     QString m_baseName;

@@ -5,10 +5,11 @@
 #include <mutex>
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QHash>
 #include <QLockFile>
-#include <QSettings>
+#include <QSaveFile>
 #include <QStandardPaths>
 
 #include "platform/JsonSettingsFormat.h"
@@ -73,35 +74,93 @@ double leadingNumber(const QString& s)
 
 } // namespace
 
-Defaults::Defaults(QString path, bool isRequested)
-    : m_path(std::move(path)), m_isRequested(isRequested),
-      m_settings(std::make_unique<QSettings>(m_path, JsonSettingsFormat::format()))
-{
-}
+Defaults::Defaults(QString path, bool isRequested) : m_path(std::move(path)), m_isRequested(isRequested) {}
 
 Defaults::Defaults(Defaults&&) noexcept = default;
 Defaults& Defaults::operator=(Defaults&&) noexcept = default;
-Defaults::~Defaults() = default;
+
+Defaults::~Defaults()
+{
+    if (hasPendingChanges())
+        sync();
+}
 
 QString Defaults::directory()
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/orvik");
 }
 
+Defaults::Load Defaults::readFile(const QString& path, QVariantMap& values)
+{
+    values.clear();
+    QFile file(path);
+    if (!file.exists())
+        return Load::Read;
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
+        return Load::Unreadable;
+    const QByteArray json = file.readAll();
+    if (file.error() != QFile::NoError)
+        return Load::Unreadable;
+    if (!JsonSettingsFormat::fromJson(json, values)) {
+        values.clear();
+        return Load::Damaged;
+    }
+    return Load::Read;
+}
+
+bool Defaults::moveAside(const QString& path)
+{
+    // Never over an earlier damaged copy: both may hold something the user wants back.
+    QString aside = path + QStringLiteral(".damaged");
+    for (int n = 2; QFileInfo::exists(aside) || QFileInfo(aside).isSymLink(); ++n)
+        aside = path + QStringLiteral(".damaged.") + QString::number(n);
+    if (!QFile::rename(path, aside)) {
+        qWarning().noquote()
+            << QStringLiteral("Settings file %1 is damaged and cannot be moved aside").arg(path);
+        return false;
+    }
+    qWarning().noquote() << QStringLiteral(
+                                "Settings file %1 is damaged: moved aside to %2, starting from the defaults")
+                                .arg(path, aside);
+    return true;
+}
+
+bool Defaults::readLocked(const QString& path, QVariantMap& values)
+{
+    switch (readFile(path, values)) {
+    case Load::Read:
+        return true;
+    case Load::Damaged:
+        return moveAside(path);
+    case Load::Unreadable:
+        break;
+    }
+    return false;
+}
+
 Defaults Defaults::open(const QString& name, bool fallBackToStandard)
 {
     const QString dir = directory();
     const QString path = dir + u'/' + name + QStringLiteral(".json");
-    const QFileInfo info(path);
-    const bool usable = QDir().mkpath(dir) && (!info.exists() || (info.isFile() && info.isReadable()));
-    if (usable) {
-        Defaults store(path, true);
-        if (store.m_settings->status() == QSettings::NoError)
-            return store;
+    Defaults store(path, true);
+    Load load = QDir().mkpath(dir) ? readFile(path, store.m_stored) : Load::Unreadable;
+    if (load == Load::Damaged) {
+        // Decided under the lock, so that of several processes only one moves the file aside
+        // and none moves a file that another has just written afresh.
+        QLockFile lock(path + QStringLiteral(".lock"));
+        lock.setStaleLockTime(10000);
+        if (lock.tryLock(10000) && readLocked(path, store.m_stored))
+            load = Load::Read;
     }
-    if (fallBackToStandard)
-        return Defaults(dir + u'/' + kStandardName + QStringLiteral(".json"), false);
-    return Defaults(path, true);
+    if (load == Load::Read)
+        return store;
+    if (fallBackToStandard) {
+        Defaults standard = open(kStandardName, false);
+        standard.m_isRequested = false;
+        return standard;
+    }
+    store.m_writable = false; // what is there may still be the user's: never write over it
+    return store;
 }
 
 Defaults Defaults::suite()
@@ -121,21 +180,24 @@ Defaults Defaults::named(const QString& name)
 
 QVariant Defaults::object(const QString& key) const
 {
-    const QVariant stored = m_settings->value(key);
-    if (stored.isValid())
-        return stored;
+    if (const auto added = m_added.constFind(key); added != m_added.cend())
+        return *added;
+    if (!m_removed.contains(key)) {
+        if (const auto stored = m_stored.constFind(key); stored != m_stored.cend())
+            return *stored;
+    }
     std::lock_guard lock(registryMutex());
     return registry().value(m_path).value(key);
 }
 
 bool Defaults::hasStoredValue(const QString& key) const
 {
-    return m_settings->contains(key);
+    return m_added.contains(key) || (!m_removed.contains(key) && m_stored.contains(key));
 }
 
 QStringList Defaults::storedKeys() const
 {
-    return m_settings->allKeys();
+    return merged(m_stored).keys();
 }
 
 std::optional<QString> Defaults::string(const QString& key) const
@@ -248,18 +310,49 @@ void Defaults::set(const QString& key, const QVariant& value)
         remove(key);
         return;
     }
-    m_settings->setValue(key, normalised(value));
+    m_added.insert(key, normalised(value));
+    m_removed.remove(key);
 }
 
 void Defaults::remove(const QString& key)
 {
-    m_settings->remove(key);
+    m_added.remove(key);
+    m_removed.insert(key);
+}
+
+QVariantMap Defaults::merged(const QVariantMap& base) const
+{
+    QVariantMap values = base;
+    for (const QString& key : m_removed)
+        values.remove(key);
+    for (auto it = m_added.cbegin(); it != m_added.cend(); ++it)
+        values.insert(it.key(), it.value());
+    return values;
+}
+
+bool Defaults::writeLocked(const QVariantMap& values)
+{
+    // Replaced in one rename: a reader without the lock sees the old file or the new one.
+    QSaveFile file(m_path);
+    const QByteArray json = JsonSettingsFormat::toJson(values);
+    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit())
+        return false;
+    m_stored = values;
+    m_added.clear();
+    m_removed.clear();
+    return true;
 }
 
 bool Defaults::sync()
 {
-    m_settings->sync();
-    return m_settings->status() == QSettings::NoError;
+    if (!hasPendingChanges()) {
+        QVariantMap fresh;
+        if (readFile(m_path, fresh) != Load::Read)
+            return false;
+        m_stored = fresh;
+        return true;
+    }
+    return update(QString(), {});
 }
 
 void Defaults::registerDefaults(const QVariantMap& defaults)
@@ -279,13 +372,22 @@ QVariantMap Defaults::registeredDefaults() const
 
 bool Defaults::update(const QString& key, const std::function<QVariant(const QVariant&)>& change)
 {
-    // A lock of our own: QSettings' file lock only covers its write, not our read before it.
-    QLockFile lock(m_path + QStringLiteral(".update-lock"));
+    if (!m_writable)
+        return false;
+    QLockFile lock(m_path + QStringLiteral(".lock"));
     lock.setStaleLockTime(10000);
     if (!lock.tryLock(10000))
         return false;
-    m_settings->sync(); // pick up what others wrote before we took the lock
-    const QVariant next = change(m_settings->value(key));
-    set(key, next);
-    return sync();
+    QVariantMap values;
+    if (!readLocked(m_path, values))
+        return false;
+    values = merged(values);
+    if (change) {
+        const QVariant next = normalised(change(values.value(key)));
+        if (next.isValid())
+            values.insert(key, next);
+        else
+            values.remove(key);
+    }
+    return writeLocked(values);
 }

@@ -5,11 +5,10 @@
 #include <optional>
 
 #include <QByteArray>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
-
-class QSettings;
 
 /**
  * A typed key-value store in a JSON file under the user's configuration folder.
@@ -17,7 +16,13 @@ class QSettings;
  * Two stores exist: the shared suite, read and written by the application and its companion
  * command-line tool, and the application's own standard store. Each `Defaults` object is a fresh
  * view of its file: it sees what other processes synchronised before it was opened, and `sync()`
- * writes its changes and picks up theirs (QSettings merges per key under a file lock).
+ * writes its changes and picks up theirs. Every write re-reads the file under an inter-process
+ * lock ("NAME.json.lock"), merges per key and replaces the file atomically; nothing is cached
+ * between objects, so no process ever writes back a list it read before another one changed it.
+ *
+ * A file that is not a JSON object is moved aside to "NAME.json.damaged" (never deleted; an older
+ * one is kept, the new one gets a numbered name), a warning is logged, and the store starts
+ * afresh from its registered defaults, so every later open in every process behaves the same.
  *
  * Values keep their types: QString, qint64, double, bool, QVariantList (arrays) and QByteArray
  * (data). Registered defaults are read-only fallbacks held in this process only; they are never
@@ -34,7 +39,7 @@ public:
     static inline const QString kSuiteName = QStringLiteral("Q7LM2XK9RT.com.orvik.shared");
     static inline const QString kStandardName = QStringLiteral("com.orvik.app");
 
-    /// The shared suite; the standard store when the suite's file cannot be opened.
+    /// The shared suite; the standard store when the suite's file cannot be read or replaced.
     static Defaults suite();
     /// The application's own store.
     static Defaults standard();
@@ -71,15 +76,20 @@ public:
     void remove(const QString& key);
     /// Writes pending changes and re-reads what other processes wrote; false on an I/O error.
     bool sync();
+    /// Whether a change has been made but not yet written.
+    bool hasPendingChanges() const { return !m_added.isEmpty() || !m_removed.isEmpty(); }
 
     /// Replaces this store's registered defaults (in this process only).
     void registerDefaults(const QVariantMap& defaults);
     QVariantMap registeredDefaults() const;
 
     /**
-     * Reads, changes and writes one key while holding a lock that every process updating through
-     * this call respects, so that concurrent appends are not lost. `change` receives the stored
-     * value (invalid when absent) and returns the new one (invalid removes the key).
+     * Reads, changes and writes one key while holding the store's inter-process lock, with the
+     * file read afresh under it, so that concurrent appends and takes are never lost or repeated.
+     * `change` receives the stored value (invalid when absent) and returns the new one (invalid
+     * removes the key); it runs under the lock, so what it sees is exactly what it replaces.
+     * Other pending changes of this object are written too. False when the lock cannot be taken
+     * within 10 s or the file cannot be written; then nothing was changed.
      */
     bool update(const QString& key, const std::function<QVariant(const QVariant&)>& change);
 
@@ -87,10 +97,27 @@ public:
     static QVariant normalised(const QVariant& value);
 
 private:
+    enum class Load
+    {
+        Read,
+        Damaged,
+        Unreadable
+    };
+
     Defaults(QString path, bool isRequested);
     static Defaults open(const QString& name, bool fallBackToStandard);
+    /// Reads the file as it is now; a missing or empty file reads as an empty store.
+    static Load readFile(const QString& path, QVariantMap& values);
+    /// Under the lock: the file's values, moving a damaged file aside first.
+    static bool readLocked(const QString& path, QVariantMap& values);
+    static bool moveAside(const QString& path);
+    bool writeLocked(const QVariantMap& values);
+    QVariantMap merged(const QVariantMap& base) const;
 
     QString m_path;
     bool m_isRequested = true;
-    std::unique_ptr<QSettings> m_settings;
+    bool m_writable = true;
+    QVariantMap m_stored;
+    QVariantMap m_added;
+    QSet<QString> m_removed;
 };

@@ -2,11 +2,11 @@
 
 #include <cmath>
 
-#include <QIODevice>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QLocale>
 
 namespace {
 
@@ -150,14 +150,7 @@ QVariant readValue(const QJsonValue& value)
 
 } // namespace
 
-QSettings::Format JsonSettingsFormat::format()
-{
-    static const QSettings::Format registered = QSettings::registerFormat(
-        QStringLiteral("json"), &JsonSettingsFormat::read, &JsonSettingsFormat::write);
-    return registered;
-}
-
-QByteArray JsonSettingsFormat::toJson(const QSettings::SettingsMap& map)
+QByteArray JsonSettingsFormat::toJson(const QVariantMap& map)
 {
     QByteArray out;
     writeObject(out, map, 0);
@@ -165,7 +158,7 @@ QByteArray JsonSettingsFormat::toJson(const QSettings::SettingsMap& map)
     return out;
 }
 
-bool JsonSettingsFormat::fromJson(const QByteArray& json, QSettings::SettingsMap& map)
+bool JsonSettingsFormat::fromJson(const QByteArray& json, QVariantMap& map)
 {
     if (json.trimmed().isEmpty())
         return true; // a new, empty file
@@ -180,15 +173,4 @@ bool JsonSettingsFormat::fromJson(const QByteArray& json, QSettings::SettingsMap
             map.insert(it.key(), value);
     }
     return true;
-}
-
-bool JsonSettingsFormat::read(QIODevice& device, QSettings::SettingsMap& map)
-{
-    return fromJson(device.readAll(), map);
-}
-
-bool JsonSettingsFormat::write(QIODevice& device, const QSettings::SettingsMap& map)
-{
-    const QByteArray json = toJson(map);
-    return device.write(json) == json.size();
 }

@@ -1,3 +1,4 @@
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QProcess>
 #include <QSignalSpy>
@@ -157,22 +158,62 @@ private slots:
         QCOMPARE(second, 1);
     }
 
-    void listSentByTheCommandLineToolArrives()
+    void pathsSentConcurrentlyArriveExactlyOnce()
     {
         const QString cli = qEnvironmentVariable("BREVONA_CLI");
         if (cli.isEmpty() || !QFileInfo::exists(cli))
             QSKIP("BREVONA_CLI does not name the built brevona-cli");
         const auto coordinator = recordingCoordinator();
-        const QStringList paths{QStringLiteral("/srv/photos/first shot.jpg"),
-                                QStringLiteral("/srv/photos/zweite-ä.png")};
-        QProcess sender;
-        sender.start(cli, QStringList{QStringLiteral("send")} + paths);
-        QVERIFY(sender.waitForFinished(30000));
-        QCOMPARE(sender.exitCode(), 0);
 
-        // Arrival is driven by the coordinator's own timer, not by an explicit poll.
-        QTRY_COMPARE_WITH_TIMEOUT(m_calls.size(), 1, 10000);
-        QCOMPARE(m_calls.first(), paths);
+        // Several senders, each running `send` again as soon as its last call ended, while the
+        // coordinator reads and clears as fast as it can.
+        constexpr int kSenders = 4;
+        constexpr int kCalls = 5;
+        std::vector<std::unique_ptr<QProcess>> senders;
+        int running = kSenders;
+        for (int s = 0; s < kSenders; ++s) {
+            auto sender = std::make_unique<QProcess>();
+            QProcess* raw = sender.get();
+            auto callNumber = std::make_shared<int>(0);
+            const auto sendNext = [raw, callNumber, s, cli] {
+                const QString stem = QStringLiteral("/srv/s%1/c%2").arg(s).arg(*callNumber);
+                raw->start(cli, {QStringLiteral("send"), stem + QStringLiteral(" a.jpg"),
+                                 stem + QStringLiteral("-ä.png")});
+            };
+            connect(raw, &QProcess::finished, this, [raw, callNumber, sendNext, &running](int code) {
+                if (code != 0 || ++*callNumber == kCalls) {
+                    QCOMPARE(code, 0);
+                    --running;
+                    return;
+                }
+                sendNext();
+            });
+            sendNext();
+            senders.push_back(std::move(sender));
+        }
+        QDeadlineTimer deadline(120000);
+        while (running > 0 && !deadline.hasExpired()) {
+            coordinator->poll();
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        }
+        QCOMPARE(running, 0);
+        coordinator->poll();
+
+        QHash<QString, int> seen;
+        QHash<int, QStringList> bySender;
+        for (const QStringList& call : m_calls) {
+            for (const QString& path : call) {
+                ++seen[path];
+                bySender[path.mid(6, path.indexOf(u'/', 6) - 6).toInt()].append(path);
+            }
+        }
+        QCOMPARE(seen.size(), kSenders * kCalls * 2);
+        for (auto it = seen.cbegin(); it != seen.cend(); ++it)
+            QVERIFY2(it.value() == 1, qPrintable(it.key()));
+        for (int s = 0; s < kSenders; ++s) { // each sender's order survives
+            QCOMPARE(bySender.value(s).first(), QStringLiteral("/srv/s%1/c0 a.jpg").arg(s));
+            QCOMPARE(bySender.value(s).last(), QStringLiteral("/srv/s%1/c%2-ä.png").arg(s).arg(kCalls - 1));
+        }
         QVERIFY(!Defaults::suite().hasStoredValue(key()));
     }
 };

@@ -6,6 +6,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
+#include <QTimer>
 
 #include "IsolatedConfig.h"
 #include "app/UpdateChecker.h"
@@ -47,7 +48,12 @@ public:
     {
         return QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(path);
     }
-    void serve(const QByteArray& path, const QByteArray& response) { m_responses.insert(path, response); }
+    /// With `dripMs`, the body goes out one byte every `dripMs` after the headers.
+    void serve(const QByteArray& path, const QByteArray& response, int dripMs = 0)
+    {
+        m_responses.insert(path, response);
+        m_drips.insert(path, dripMs);
+    }
     int requests() const { return m_requests; }
 
 private:
@@ -60,12 +66,25 @@ private:
         ++m_requests;
         const QByteArray path = pending.split(' ').value(1);
         m_buffers.remove(socket);
-        socket->write(m_responses.value(path, http(404, "missing")));
+        const QByteArray response = m_responses.value(path, http(404, "missing"));
+        if (const int dripMs = m_drips.value(path); dripMs > 0) {
+            const qsizetype headerEnd = response.indexOf("\r\n\r\n") + 4;
+            socket->write(response.left(headerEnd));
+            auto* timer = new QTimer(socket);
+            connect(timer, &QTimer::timeout, socket, [socket, response, sent = headerEnd]() mutable {
+                if (sent < response.size())
+                    socket->write(response.mid(sent++, 1));
+            });
+            timer->start(dripMs);
+            return;
+        }
+        socket->write(response);
         socket->disconnectFromHost();
     }
 
     QTcpServer m_server;
     QHash<QByteArray, QByteArray> m_responses;
+    QHash<QByteArray, int> m_drips;
     QHash<QTcpSocket*, QByteArray> m_buffers;
     int m_requests = 0;
 };
@@ -150,6 +169,7 @@ private slots:
         const QByteArray huge = record("2.5.0", "42") + QByteArray(1024 * 1024 + 10, ' ');
         m_server->serve("/huge-declared.json", http(200, huge));
         m_server->serve("/huge-undeclared.json", http(200, huge, {}, false));
+        m_server->serve("/drip.json", http(200, record("2.5.0", "42")), 200);
         m_server->serve("/redirect-http.json",
                         http(302, {}, "Location: " + m_server->url("/newer.json").toUtf8() + "\r\n"));
     }
@@ -268,6 +288,7 @@ private slots:
         row("body over 1 MB, declared", "/huge-declared.json", "41", "", none, upToDate);
         row("body over 1 MB, undeclared", "/huge-undeclared.json", "41", "", none, upToDate);
         row("redirect to http", "/redirect-http.json", "41", "", none, upToDate);
+        row("a byte per 0.2 s past the deadline", "/drip.json", "41", "", none, upToDate);
         row("nothing listening", "closed", "41", "", none, upToDate);
         row("unusable feed address", "bad", "41", "", none, upToDate);
     }
@@ -293,6 +314,7 @@ private slots:
             standard.sync();
         }
         makeChecker(url, runningBuild);
+        m_checker->setDeadlineMs(1000); // the dripping record needs about 25 s
         QSignalSpy checking(m_checker.get(), &UpdateControl::isCheckingChanged);
         const double before = now();
 

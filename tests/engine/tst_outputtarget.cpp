@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -125,21 +126,34 @@ private Q_SLOTS:
     void unwritableFolderFailsWithoutLeftovers_data()
     {
         QTest::addColumn<bool>("missing");
-        QTest::newRow("read-only folder") << false;
-        QTest::newRow("missing folder") << true;
+        QTest::addColumn<bool>("readOnly");
+        QTest::addColumn<int>("baseLength");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("read-only folder") << false << true << 5 << "Permission denied";
+        QTest::newRow("missing folder") << true << false << 5 << "No such file or directory";
+        QTest::newRow("name too long") << false << false << 300 << "File name too long";
     }
     void unwritableFolderFailsWithoutLeftovers()
     {
         QFETCH(bool, missing);
-        if (!missing && ::geteuid() == 0)
+        QFETCH(bool, readOnly);
+        QFETCH(int, baseLength);
+        QFETCH(QString, reason);
+        if (readOnly && ::geteuid() == 0)
             QSKIP("running as root: a read-only folder is still writable");
         QTemporaryDir dir;
         const QString folder = missing ? dir.filePath(QStringLiteral("gone")) : dir.path();
-        if (!missing)
+        if (readOnly)
             QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
-        const auto written =
-            OutputTarget(folder, QStringLiteral("a-web"), QStringLiteral("jpg")).write("bytes");
+        const OutputTarget target(folder, QString(baseLength, u'a'), QStringLiteral("jpg"));
+        // Known before any encoding, and said again, in the system's words, by the write itself.
+        const std::optional<QString> early =
+            OutputTarget::checkWritable(folder, QFileInfo(target.pathFor(1)).fileName());
+        QTest::ignoreMessage(
+            QtWarningMsg, QRegularExpression(QStringLiteral("^Write FAILED path=.* err=") + reason + u'$'));
+        const auto written = target.write("bytes");
         QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QCOMPARE(early, std::optional<QString>(reason));
         QVERIFY(!written);
         QCOMPARE(entries(dir.path()), QStringList{});
     }

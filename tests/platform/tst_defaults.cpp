@@ -79,8 +79,8 @@ private slots:
     void codecKeepsTypes()
     {
         QFETCH(QVariant, value);
-        QSettings::SettingsMap in{{QStringLiteral("k"), value}};
-        QSettings::SettingsMap out;
+        QVariantMap in{{QStringLiteral("k"), value}};
+        QVariantMap out;
         QVERIFY(JsonSettingsFormat::fromJson(JsonSettingsFormat::toJson(in), out));
         const QVariant back = out.value(QStringLiteral("k"));
         QCOMPARE(back.metaType(), value.metaType());
@@ -89,7 +89,7 @@ private slots:
 
     void codecRejectsNonObjects()
     {
-        QSettings::SettingsMap out;
+        QVariantMap out;
         QVERIFY(!JsonSettingsFormat::fromJson("[1, 2]", out));
         QVERIFY(!JsonSettingsFormat::fromJson("{\"a\": ", out));
         QVERIFY(JsonSettingsFormat::fromJson("", out)); // a new file
@@ -196,18 +196,51 @@ private slots:
         }
     }
 
-    void unreadableSuiteFallsBackToStandard()
+    void damagedSuite_data()
     {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<bool>("directoryInTheWay");
+        QTest::addColumn<bool>("olderDamagedCopy");
+        QTest::newRow("unfinished object") << QByteArray("{\"outputFormat\": \"webp\",") << false << false;
+        QTest::newRow("not an object, older copy kept") << QByteArray("[1]") << false << true;
+        QTest::newRow("a folder in the way") << QByteArray() << true << false;
+    }
+
+    void damagedSuite()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(bool, directoryInTheWay);
+        QFETCH(bool, olderDamagedCopy);
         IsolatedConfig config;
-        QVERIFY(QDir().mkpath(Defaults::directory()));
-        QFile corrupt(Defaults::directory() + QStringLiteral("/") + Defaults::kSuiteName +
-                      QStringLiteral(".json"));
-        QVERIFY(corrupt.open(QIODevice::WriteOnly));
-        corrupt.write("this is not json");
-        corrupt.close();
-        const Defaults suite = Defaults::suite();
-        QVERIFY(!suite.isRequestedStore());
-        QVERIFY(suite.filePath().endsWith(Defaults::kStandardName + QStringLiteral(".json")));
+        const QString path = Defaults::directory() + u'/' + Defaults::kSuiteName + QStringLiteral(".json");
+        QVERIFY(QDir().mkpath(directoryInTheWay ? path : Defaults::directory()));
+        if (!directoryInTheWay) {
+            QFile damaged(path);
+            QVERIFY(damaged.open(QIODevice::WriteOnly) && damaged.write(content) == content.size());
+        }
+        if (olderDamagedCopy) {
+            QFile older(path + QStringLiteral(".damaged"));
+            QVERIFY(older.open(QIODevice::WriteOnly) && older.write("older") == 5);
+        }
+
+        // Every open in the process must agree: the first registers, later ones read.
+        Defaults::suite().registerDefaults({{QStringLiteral("compressionMode"), QStringLiteral("balanced")}});
+        for (int open = 0; open < 2; ++open) {
+            Defaults suite = Defaults::suite();
+            QCOMPARE(suite.isRequestedStore(), !directoryInTheWay);
+            QCOMPARE(suite.string(QStringLiteral("compressionMode")),
+                     std::optional<QString>(QStringLiteral("balanced")));
+            QVERIFY(suite.storedKeys().isEmpty());
+        }
+        if (directoryInTheWay)
+            return;
+        QFile aside(path + (olderDamagedCopy ? QStringLiteral(".damaged.2") : QStringLiteral(".damaged")));
+        QVERIFY(aside.open(QIODevice::ReadOnly));
+        QCOMPARE(aside.readAll(), content);
+        Defaults suite = Defaults::suite();
+        suite.set(QStringLiteral("k"), true);
+        QVERIFY(suite.sync());
+        QVERIFY(Defaults::suite().boolean(QStringLiteral("k")));
     }
 
     void bookmarks()
