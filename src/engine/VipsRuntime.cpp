@@ -1,12 +1,19 @@
 #include "engine/VipsRuntime.h"
 
+#include <atomic>
 #include <mutex>
+
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include <vips/vips8>
 
 #include "platform/Logging.h"
 
 namespace {
+
+std::atomic<bool> g_started{false};
 
 // libvips reports recoverable trouble in damaged files through GLib warnings on stderr; the
 // job's result already says what happened, so they belong in the engine's debug log.
@@ -23,6 +30,7 @@ bool VipsRuntime::ensureStarted()
     static bool started = false;
     std::call_once(once, [] {
         started = VIPS_INIT("brevona") == 0;
+        g_started = started;
         if (started) {
             // A cached load keeps its file descriptor; we never read the same file twice anyway.
             vips_cache_set_max(0);
@@ -32,4 +40,14 @@ bool VipsRuntime::ensureStarted()
         }
     });
     return started;
+}
+
+void VipsRuntime::releaseMemory()
+{
+    if (g_started)
+        vips_cache_drop_all();
+#if defined(__GLIBC__)
+    // glibc keeps freed pages of every thread's arena mapped until asked.
+    malloc_trim(0);
+#endif
 }

@@ -11,4 +11,8 @@ class VipsRuntime final
 public:
     /// True when libvips is usable.
     static bool ensureStarted();
+
+    /// Gives back what finished jobs left behind: libvips' cached operations and the allocator's
+    /// free pages. For long-running processes, between batches.
+    static void releaseMemory();
 };
