@@ -1,6 +1,5 @@
 #include "engine/VipsRuntime.h"
 
-#include <atomic>
 #include <mutex>
 
 #if defined(__GLIBC__)
@@ -12,8 +11,6 @@
 #include "platform/Logging.h"
 
 namespace {
-
-std::atomic<bool> g_started{false};
 
 // libvips reports recoverable trouble in damaged files through GLib warnings on stderr; the
 // job's result already says what happened, so they belong in the engine's debug log.
@@ -30,7 +27,6 @@ bool VipsRuntime::ensureStarted()
     static bool started = false;
     std::call_once(once, [] {
         started = VIPS_INIT("brevona") == 0;
-        g_started = started;
         if (started) {
             // A cached load keeps its file descriptor; we never read the same file twice anyway.
             vips_cache_set_max(0);
@@ -44,8 +40,6 @@ bool VipsRuntime::ensureStarted()
 
 void VipsRuntime::releaseMemory()
 {
-    if (g_started)
-        vips_cache_drop_all();
 #if defined(__GLIBC__)
     // glibc keeps freed pages of every thread's arena mapped until asked.
     malloc_trim(0);

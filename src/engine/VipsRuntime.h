@@ -12,7 +12,7 @@ public:
     /// True when libvips is usable.
     static bool ensureStarted();
 
-    /// Gives back what finished jobs left behind: libvips' cached operations and the allocator's
-    /// free pages. For long-running processes, between batches.
+    /// Gives back the allocator's free pages that finished jobs left behind (libvips' operation
+    /// cache is off, so it holds nothing). For long-running processes, between batches.
     static void releaseMemory();
 };
