@@ -118,9 +118,7 @@ void AppDelegate::bringPanelForward()
 {
     if (!m_menuBarManager)
         return;
-    m_menuBarManager->showPanelAnchored();
-    if (DropZonePanel* panel = DropZonePanelController::shared().panel()) {
-        panel->raise();
-        panel->activateWindow();
-    }
+    // A second launch is the user asking for the panel, so it takes the keyboard focus.
+    DropZonePanelController::shared().show(m_menuBarManager->anchorRect(), m_menuBarManager->lastClick(),
+                                           DropZonePanelController::Opening::ByUser);
 }

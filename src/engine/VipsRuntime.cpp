@@ -2,6 +2,10 @@
 
 #include <mutex>
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 #include <vips/vips8>
 
 #include "platform/Logging.h"
@@ -32,4 +36,12 @@ bool VipsRuntime::ensureStarted()
         }
     });
     return started;
+}
+
+void VipsRuntime::releaseMemory()
+{
+#if defined(__GLIBC__)
+    // glibc keeps freed pages of every thread's arena mapped until asked.
+    malloc_trim(0);
+#endif
 }

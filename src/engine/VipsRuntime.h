@@ -11,4 +11,8 @@ class VipsRuntime final
 public:
     /// True when libvips is usable.
     static bool ensureStarted();
+
+    /// Gives back the allocator's free pages that finished jobs left behind (libvips' operation
+    /// cache is off, so it holds nothing). For long-running processes, between batches.
+    static void releaseMemory();
 };

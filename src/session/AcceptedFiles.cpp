@@ -34,12 +34,10 @@ QStringList acceptedFileURLs(const QMimeData* mime)
     QStringList paths;
     const QList<QUrl> urls = mime->urls();
     for (const QUrl& url : urls) {
-        // The engine reads local paths only; a list it cannot take whole is refused whole.
-        if (!url.isLocalFile())
-            return {};
-        const QString path = url.toLocalFile();
-        if (imageExts().contains(pathExtension(path).toLower()))
-            paths.append(path);
+        if (!imageExts().contains(pathExtension(url.path()).toLower()))
+            continue;
+        // The engine reads local paths only; a web address reaches it as text and fails alone.
+        paths.append(url.isLocalFile() ? url.toLocalFile() : url.toString());
     }
     return paths;
 }

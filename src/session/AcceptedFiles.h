@@ -13,10 +13,11 @@ namespace AcceptedFiles {
 const QSet<QString>& imageExts();
 
 /**
- * The local paths of the dragged URLs whose extension, lower-cased, is in imageExts(), in
- * pasteboard order. Duplicates are kept; nothing is checked on disk, so a folder passes only when
- * its name happens to end in such an extension. Any URL that is not a local file empties the
- * whole list, as does data without URLs.
+ * The dragged URLs whose path extension, lower-cased, is in imageExts(), in pasteboard order: a
+ * local file as its path, anything else (a web address) as the URL's text, which the engine then
+ * fails to read like any unreadable file. Duplicates are kept; nothing is checked on disk, so a
+ * folder passes only when its name happens to end in such an extension. Data without URLs gives
+ * an empty list.
  */
 QStringList acceptedFileURLs(const QMimeData* mime);
 

@@ -1,9 +1,17 @@
 #include "ui/DropZonePanel.h"
 
 #include <QCloseEvent>
+#include <QKeyEvent>
+#include <QPainterPath>
+#include <QRegion>
 #include <QVBoxLayout>
 
 #include "ui/DropZoneView.h"
+#include "ui/X11Desktop.h"
+
+namespace {
+constexpr qreal kCornerRadius = 12;
+} // namespace
 
 DropZonePanel::DropZonePanel(Mode mode) : QWidget(nullptr), m_mode(mode)
 {
@@ -41,6 +49,37 @@ void DropZonePanel::configure(CompressionState* state, std::function<void(const 
 void DropZonePanel::refresh()
 {
     m_dropZoneView->refresh();
+}
+
+QRegion DropZonePanel::roundedShape(QSize size)
+{
+    QPainterPath path;
+    path.addRoundedRect(QRectF(QPointF(0, 0), QSizeF(size)), kCornerRadius, kCornerRadius);
+    return QRegion(path.toFillPolygon().toPolygon());
+}
+
+void DropZonePanel::showEvent(QShowEvent* event)
+{
+    if (m_mode == Mode::Floating) {
+        // The hints go on before the window manager sees the window, and again once it has.
+        X11Desktop::makeFloatingPanel(this, false);
+        QMetaObject::invokeMethod(
+            this, [this] { X11Desktop::makeFloatingPanel(this, true); }, Qt::QueuedConnection);
+        if (X11Desktop::isActive() && !X11Desktop::hasCompositor())
+            setMask(roundedShape(size()));
+        else
+            clearMask();
+    }
+    QWidget::showEvent(event);
+}
+
+void DropZonePanel::keyPressEvent(QKeyEvent* event)
+{
+    if (m_mode == Mode::Floating && event->key() == Qt::Key_Escape) {
+        hide();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void DropZonePanel::closeEvent(QCloseEvent* event)

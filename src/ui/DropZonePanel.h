@@ -12,7 +12,9 @@ class DropZoneView;
  * The 280 x 220 window that holds the drop-zone view.
  *
  * Floating: frameless, translucent (the view paints its own rounded card), above other windows,
- * without a taskbar entry, moved by dragging its background. Windowed (used when there is no
+ * without a taskbar or pager entry, on every workspace, moved by dragging its background, hidden
+ * by Esc. Without a compositor, translucency is not available and a window shape cuts the
+ * corners round instead. Windowed (used when there is no
  * system tray): an ordinary titled window that the window manager places, and whose closing ends
  * the application, since nothing else would be left to reach it by.
  */
@@ -39,8 +41,13 @@ public:
     /// Repaints the view.
     void refresh();
 
+    /// The window shape for a panel of `size`: the card's rounded rectangle.
+    static QRegion roundedShape(QSize size);
+
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     Mode m_mode;

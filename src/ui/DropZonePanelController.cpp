@@ -32,40 +32,57 @@ void DropZonePanelController::setup(CompressionState* state, std::function<void(
                                     DropZonePanel::Mode mode)
 {
     m_state = state;
-    m_panel = std::make_unique<DropZonePanel>(mode);
-    m_panel->configure(state, std::move(onFiles), std::move(onSettings), std::move(onQuit));
+    m_onFiles = std::move(onFiles);
+    m_onSettings = std::move(onSettings);
+    m_onQuit = std::move(onQuit);
+    createPanel(mode);
 
     m_timer = std::make_unique<QTimer>();
     m_timer->setInterval(kRedrawIntervalMs);
-    QObject::connect(m_timer.get(), &QTimer::timeout, m_panel.get(),
-                     [panel = QPointer<DropZonePanel>(m_panel.get())] {
-                         if (panel)
-                             panel->refresh();
-                     });
+    QObject::connect(m_timer.get(), &QTimer::timeout, [this] {
+        if (m_panel)
+            m_panel->refresh();
+    });
     m_timer->start();
 }
 
-void DropZonePanelController::show(const QRect& anchor)
+void DropZonePanelController::createPanel(DropZonePanel::Mode mode)
+{
+    m_panel = std::make_unique<DropZonePanel>(mode);
+    m_panel->configure(m_state, m_onFiles, m_onSettings, m_onQuit);
+}
+
+void DropZonePanelController::setMode(DropZonePanel::Mode mode)
+{
+    if (m_panel && m_panel->mode() != mode)
+        createPanel(mode);
+}
+
+void DropZonePanelController::show(const QRect& anchor, std::optional<QPoint> click, Opening opening)
 {
     if (!m_panel)
         return;
     if (m_state && m_state->isComplete())
         m_state->reset();
+    const bool byUser = opening == Opening::ByUser;
     if (m_panel->mode() == DropZonePanel::Mode::Floating)
-        m_panel->move(PanelPlacement::placeOnScreen(anchor, DropZonePanel::kSize));
+        m_panel->move(PanelPlacement::placeOnScreen(anchor, click, DropZonePanel::kSize));
+    // Typing in another window is never interrupted by a batch that shows the panel.
+    m_panel->setAttribute(Qt::WA_ShowWithoutActivating, !byUser);
     m_panel->show();
     m_panel->raise();
-    m_panel->activateWindow();
+    if (byUser)
+        m_panel->activateWindow();
 }
 
-void DropZonePanelController::toggle(const QRect& anchor)
+void DropZonePanelController::toggle(const QRect& anchor, std::optional<QPoint> click)
 {
     if (!m_panel)
         return;
     if (m_panel->isVisible())
         m_panel->hide();
     else
-        show(anchor);
+        show(anchor, click);
 }
 
 void DropZonePanelController::hidePanel()

@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
+#include <QPoint>
 #include <QPointer>
 #include <QRect>
 #include <QStringList>
@@ -26,6 +28,13 @@ class DropZonePanelController final
 public:
     static constexpr int kRedrawIntervalMs = 100;
 
+    /// Who opens the panel: the user takes keyboard focus with it, a batch does not.
+    enum class Opening
+    {
+        ByUser,
+        ByBatch
+    };
+
     static DropZonePanelController& shared();
 
     /// Creates the panel (replacing an earlier one) and starts the redraw timer.
@@ -33,14 +42,19 @@ public:
                std::function<void()> onSettings, std::function<void()> onQuit,
                DropZonePanel::Mode mode = DropZonePanel::Mode::Floating);
 
+    /// Replaces the panel by one of `mode` with the same state and callbacks, hidden; nothing
+    /// happens when it already has that mode.
+    void setMode(DropZonePanel::Mode mode);
+
     /**
      * Shows the panel under `anchor` (the tray icon's global geometry; an empty rectangle stands
-     * for an icon whose place is unknown). A finished batch's state is reset first, so the panel
-     * opens on the drop prompt.
+     * for an icon whose place is unknown, and then `click`, the pointer position of the click
+     * that opened it, is the anchor). A finished batch's state is reset first, so the panel opens
+     * on the drop prompt. Only a panel the user opens becomes the active window.
      */
-    void show(const QRect& anchor);
-    /// Hides the panel if it is visible, otherwise shows it under `anchor`.
-    void toggle(const QRect& anchor);
+    void show(const QRect& anchor, std::optional<QPoint> click = {}, Opening opening = Opening::ByUser);
+    /// Hides the panel if it is visible, otherwise shows it (for the user) under `anchor`.
+    void toggle(const QRect& anchor, std::optional<QPoint> click = {});
     /// Hides a floating panel. A windowed panel stays: it is the application's only surface.
     void hidePanel();
 
@@ -54,7 +68,12 @@ private:
     DropZonePanelController() = default;
     ~DropZonePanelController();
 
+    void createPanel(DropZonePanel::Mode mode);
+
     std::unique_ptr<DropZonePanel> m_panel;
+    std::function<void(const QStringList&)> m_onFiles;
+    std::function<void()> m_onSettings;
+    std::function<void()> m_onQuit;
     std::unique_ptr<QTimer> m_timer;
     QPointer<CompressionState> m_state;
 };

@@ -50,8 +50,7 @@ OnboardingView::OnboardingView(QWidget* parent) : QWidget(parent)
                                         tr("Click the ⚡ icon in the menu bar to open the panel"), this));
     steps->addWidget(
         new OnboardingStep(QStringLiteral("2"), tr("Choose output format and quality in Settings"), this));
-    steps->addWidget(
-        new OnboardingStep(QStringLiteral("3"), tr("Drag & drop images onto the panel or the ⚡ icon"), this));
+    steps->addWidget(new OnboardingStep(QStringLiteral("3"), tr("Drag & drop images onto the panel"), this));
     stack->addLayout(steps);
     stack->addStretch(1);
 

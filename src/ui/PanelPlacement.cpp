@@ -24,6 +24,21 @@ QRect PanelPlacement::substituteAnchor(const QRect& screenGeometry)
     return {right - 280 - 20, screenGeometry.y() + 24 - 22, 280, 22};
 }
 
+QRect PanelPlacement::effectiveAnchor(const QRect& iconGeometry, std::optional<QPoint> click,
+                                      const QRect& screenGeometry, const QRect& available)
+{
+    if (!iconGeometry.isEmpty())
+        return iconGeometry;
+    if (!click)
+        return substituteAnchor(screenGeometry);
+    const int x = click->x();
+    if (click->y() < available.top() && click->y() >= screenGeometry.top())
+        return {x, screenGeometry.top(), 1, available.top() - screenGeometry.top()};
+    if (click->y() > available.bottom() && click->y() <= screenGeometry.bottom())
+        return {x, available.bottom() + 1, 1, screenGeometry.bottom() - available.bottom()};
+    return {*click, QSize(1, 1)};
+}
+
 QScreen* PanelPlacement::screenFor(const QRect& anchor)
 {
     if (!anchor.isEmpty()) {
@@ -36,11 +51,12 @@ QScreen* PanelPlacement::screenFor(const QRect& anchor)
     return screens.isEmpty() ? nullptr : screens.first();
 }
 
-QPoint PanelPlacement::placeOnScreen(const QRect& anchor, QSize size)
+QPoint PanelPlacement::placeOnScreen(const QRect& iconGeometry, std::optional<QPoint> click, QSize size)
 {
-    QScreen* screen = screenFor(anchor);
+    const QRect known = iconGeometry.isEmpty() && click ? QRect(*click, QSize(1, 1)) : iconGeometry;
+    QScreen* screen = screenFor(known);
     if (!screen)
         return {};
-    const QRect effective = anchor.isEmpty() ? substituteAnchor(screen->geometry()) : anchor;
-    return topLeft(effective, screen->availableGeometry(), size);
+    const QRect available = screen->availableGeometry();
+    return topLeft(effectiveAnchor(iconGeometry, click, screen->geometry(), available), available, size);
 }

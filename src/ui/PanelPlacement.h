@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include <QPoint>
 #include <QRect>
 #include <QSize>
@@ -29,9 +31,20 @@ public:
      */
     static QRect substituteAnchor(const QRect& screenGeometry);
 
+    /**
+     * What a window opened from the tray hangs under: the icon's rectangle when the tray reports
+     * one, else a 1 x 1 rectangle at the pointer position of the click that opened it, else (no
+     * click: a batch or start-up opened it) the substitute anchor on `screenGeometry`. A click
+     * on a bar along the top or bottom edge (outside `available`) stretches the click anchor over
+     * the bar's height there, so the window keeps its gap from the bar the icon sits in rather
+     * than from the pointer inside it.
+     */
+    static QRect effectiveAnchor(const QRect& iconGeometry, std::optional<QPoint> click,
+                                 const QRect& screenGeometry, const QRect& available);
+
     /// The screen that holds the anchor's centre, else the primary screen, else the first one.
     static QScreen* screenFor(const QRect& anchor);
 
-    /// topLeft() on the anchor's screen, with the substitute anchor when `anchor` is empty.
-    static QPoint placeOnScreen(const QRect& anchor, QSize size);
+    /// topLeft() on the anchor's screen, with the anchor chosen by effectiveAnchor().
+    static QPoint placeOnScreen(const QRect& iconGeometry, std::optional<QPoint> click, QSize size);
 };

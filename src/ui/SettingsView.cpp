@@ -12,6 +12,7 @@
 #include <QLineEdit>
 #include <QPainter>
 #include <QPushButton>
+#include <QSignalBlocker>
 #include <QSvgRenderer>
 #include <QVBoxLayout>
 
@@ -209,8 +210,11 @@ void SettingsView::store(const QString& key, const QVariant& value)
 QCheckBox* SettingsView::boundToggle(const QString& text, const QString& key, bool fallback)
 {
     auto* box = new QCheckBox(text);
-    const Defaults suite = AppGroupDefaults::open();
-    box->setChecked(suite.object(key).isValid() ? suite.boolean(key) : fallback);
+    onReload([box, key, fallback] {
+        const Defaults suite = AppGroupDefaults::open();
+        const QSignalBlocker quiet(box);
+        box->setChecked(suite.object(key).isValid() ? suite.boolean(key) : fallback);
+    });
     connect(box, &QCheckBox::toggled, this, [this, key](bool on) {
         store(key, on);
         updateVisibility();
@@ -222,19 +226,17 @@ QLineEdit* SettingsView::boundNumberField(const QString& key, qint64 fallback, i
 {
     auto* field = new QLineEdit;
     field->setFixedWidth(width);
-    const auto storedText = [key, fallback] {
+    const auto showStored = [field, key, fallback] {
         const Defaults suite = AppGroupDefaults::open();
-        return QString::number(suite.object(key).isValid() ? suite.integer(key) : fallback);
+        field->setText(QString::number(suite.object(key).isValid() ? suite.integer(key) : fallback));
     };
-    field->setText(storedText());
-    connect(field, &QLineEdit::textEdited, this, [this, key](const QString& text) {
-        if (const auto value = parseInteger(text))
+    onReload(showStored);
+    // Written when editing ends (Return, or focus leaving), and only a whole integer: partial
+    // text such as the "1" of "1,000" is never stored. Anything else shows the stored number again.
+    connect(field, &QLineEdit::editingFinished, this, [this, field, key, showStored] {
+        if (const auto value = parseInteger(field->text()))
             store(key, *value);
-    });
-    // Text that does not parse was never stored; show the stored number again.
-    connect(field, &QLineEdit::editingFinished, field, [field, storedText] {
-        if (!parseInteger(field->text()))
-            field->setText(storedText());
+        showStored();
     });
     return field;
 }
@@ -256,7 +258,6 @@ QWidget* numberRow(QLineEdit* field, const QString& unit)
 QWidget* SettingsView::buildOutputFormat()
 {
     QWidget* box = section(QStringLiteral("Output Format"), 8);
-    const Defaults suite = AppGroupDefaults::open();
     for (const OutputFormat format : OutputFormats::all) {
         const QString raw = OutputFormats::rawValue(format);
         auto* row = new RadioRow(OutputFormats::title(format), [this, raw] {
@@ -268,9 +269,12 @@ QWidget* SettingsView::buildOutputFormat()
         m_formatRows.append({raw, row});
         add(box, row);
     }
-    const QString current = suite.string(Keys::outputFormat).value_or(QStringLiteral("jpeg"));
-    for (const auto& [raw, row] : std::as_const(m_formatRows))
-        row->setSelected(raw == current);
+    onReload([this] {
+        const QString current =
+            AppGroupDefaults::open().string(Keys::outputFormat).value_or(QStringLiteral("jpeg"));
+        for (const auto& [raw, row] : std::as_const(m_formatRows))
+            row->setSelected(raw == current);
+    });
     return box;
 }
 
@@ -374,7 +378,9 @@ QWidget* SettingsView::buildOutputLocation()
     suffix->setObjectName(QStringLiteral("suffixField"));
     suffix->setPlaceholderText(QStringLiteral("-web"));
     suffix->setFixedWidth(100);
-    suffix->setText(AppGroupDefaults::open().string(Keys::suffix).value_or(QStringLiteral("-web")));
+    onReload([suffix] {
+        suffix->setText(AppGroupDefaults::open().string(Keys::suffix).value_or(QStringLiteral("-web")));
+    });
     connect(suffix, &QLineEdit::textEdited, this, [this](const QString& text) { store(Keys::suffix, text); });
     suffixLayout->addWidget(suffix);
     suffixLayout->addStretch();
@@ -395,7 +401,10 @@ QWidget* SettingsView::buildGeneral()
     QWidget* box = section(QStringLiteral("General"), 8);
     auto* toggle = new QCheckBox(QStringLiteral("Launch at Login"));
     toggle->setObjectName(QStringLiteral("launchAtLogin"));
-    toggle->setChecked(m_launchAtLogin.isEnabled && m_launchAtLogin.isEnabled());
+    onReload([this, toggle] {
+        const QSignalBlocker quiet(toggle);
+        toggle->setChecked(m_launchAtLogin.isEnabled && m_launchAtLogin.isEnabled());
+    });
     connect(toggle, &QCheckBox::toggled, this, [this](bool on) {
         if (m_launchAtLogin.setEnabled)
             m_launchAtLogin.setEnabled(on);
@@ -490,13 +499,8 @@ void SettingsView::updateCheckButton()
 void SettingsView::refreshCustomFolder()
 {
     const std::optional<QByteArray> data = AppGroupDefaults::open().data(Keys::customFolderBookmark);
-    if (!data)
-        return;
-    const std::optional<QString> path = FolderBookmark::resolve(*data);
-    if (!path)
-        return;
-    m_customFolderPath = *path;
-    m_customFolderMissing = !QFileInfo::exists(*path);
+    m_customFolderPath = data ? FolderBookmark::resolve(*data) : std::nullopt;
+    m_customFolderMissing = m_customFolderPath && !QFileInfo::exists(*m_customFolderPath);
     updateFolderRow();
 }
 
@@ -516,8 +520,22 @@ void SettingsView::chooseFolder()
     updateFolderRow();
 }
 
+void SettingsView::onReload(std::function<void()> reload)
+{
+    reload();
+    m_reloads.push_back(std::move(reload));
+}
+
+void SettingsView::reloadFromSuite()
+{
+    for (const auto& reload : m_reloads)
+        reload();
+    updateVisibility();
+    refreshCustomFolder();
+}
+
 void SettingsView::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
-    refreshCustomFolder();
+    reloadFromSuite();
 }

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <vector>
 
 #include <QPointer>
 #include <QWidget>
@@ -41,9 +42,11 @@ public:
     std::optional<QString> customFolderPath() const { return m_customFolderPath; }
     bool isCustomFolderMissing() const { return m_customFolderMissing; }
 
-    /// Re-reads the stored custom folder and whether it still exists (done each time the form
-    /// is shown).
+    /// Re-reads the stored custom folder and whether it still exists.
     void refreshCustomFolder();
+    /// Shows every value as the suite holds it now, which another process may have changed
+    /// (done each time the form is shown).
+    void reloadFromSuite();
     /// Runs the folder chooser and stores the chosen folder's bookmark.
     void chooseFolder();
 
@@ -63,10 +66,13 @@ private:
     QCheckBox* boundToggle(const QString& text, const QString& key, bool fallback);
     QLineEdit* boundNumberField(const QString& key, qint64 fallback, int width);
     void store(const QString& key, const QVariant& value);
+    /// Runs `reload` (which shows a stored value) now and on every reloadFromSuite().
+    void onReload(std::function<void()> reload);
     void updateVisibility();
     void updateFolderRow();
     void updateCheckButton();
 
+    std::vector<std::function<void()>> m_reloads;
     QPointer<UpdateControl> m_updater;
     LaunchAtLoginHooks m_launchAtLogin;
     BundleInfo m_bundle;

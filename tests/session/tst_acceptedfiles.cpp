@@ -38,8 +38,9 @@ private slots:
             << QStringList{"/r/a.arw", "/r/b.NEF", "/r/c.dng", "/r/d.raw", "/r/e.heif", "/r/f.tif"};
         QTest::newRow("not a member")
             << QStringList{f("/p/a.jxl"), f("/p/b.svg"), f("/p/c.jpe")} << QStringList{};
-        QTest::newRow("web URL spoils the list")
-            << QStringList{f("/p/a.png"), "https://example.org/b.png"} << QStringList{};
+        QTest::newRow("web addresses kept by extension")
+            << QStringList{f("/p/a.png"), "https://example.org/b.png?s=1", "https://example.org/page"}
+            << QStringList{"/p/a.png", "https://example.org/b.png?s=1"};
         QTest::newRow("spaces and unicode")
             << QStringList{f("/p/Été 2024.HEIC")} << QStringList{"/p/Été 2024.HEIC"};
     }

@@ -130,6 +130,37 @@ private slots:
         QCOMPARE(panel->size(), QSize(280, 220));
     }
 
+    // A tray host that starts late gets the icon and takes over from the window; when it goes,
+    // the window comes back.
+    void trayHostsComeAndGo()
+    {
+        auto hosts = std::make_shared<TrayHostWatcher::Hosts>();
+        m_manager.reset();
+        m_manager = std::make_unique<MenuBarManager>(m_engine->engine(), [hosts] { return *hosts; });
+        auto& controller = DropZonePanelController::shared();
+        const auto expectWindowed = [&](bool windowed) {
+            QCOMPARE(!m_manager->trayIcon(), windowed);
+            QCOMPARE(controller.panel()->mode(),
+                     windowed ? DropZonePanel::Mode::Windowed : DropZonePanel::Mode::Floating);
+            QCOMPARE(controller.isVisible(), windowed);
+        };
+        expectWindowed(true);
+        hosts->statusNotifier = true;
+        m_manager->trayHosts().recheck();
+        expectWindowed(false);
+        QSystemTrayIcon* icon = m_manager->trayIcon();
+        hosts->xembed = true;
+        m_manager->trayHosts().recheck();
+        QCOMPARE(m_manager->trayIcon(), icon);
+        *hosts = {};
+        m_manager->trayHosts().recheck();
+        expectWindowed(true);
+        // The new panel is wired like the first.
+        QSignalSpy requested(m_manager.get(), &MenuBarManager::settingsRequested);
+        controller.panel()->dropZoneView()->settingsButton()->click();
+        QCOMPARE(requested.size(), 1);
+    }
+
     void popover()
     {
         QVERIFY(!m_manager->popover());

@@ -1,3 +1,5 @@
+#include <optional>
+
 #include <QTest>
 
 #include "ui/PanelPlacement.h"
@@ -33,6 +35,41 @@ private slots:
         QFETCH(QRect, anchor);
         QFETCH(QRect, available);
         QFETCH(QPoint, expected);
+        QCOMPARE(PanelPlacement::topLeft(anchor, available, QSize(280, 220)), expected);
+    }
+
+    // Status-notifier trays report no icon geometry; the click point stands in for it.
+    void anchorFromTheTray_data()
+    {
+        QTest::addColumn<QRect>("icon");
+        QTest::addColumn<std::optional<QPoint>>("click");
+        QTest::addColumn<QRect>("available");
+        QTest::addColumn<QPoint>("expected");
+        const QRect underTopBar(0, 28, 1920, 1052);
+        const QRect overBottomBar(0, 0, 1920, 1052);
+        const QRect noBars(0, 0, 1920, 1080);
+        QTest::newRow("icon geometry wins over the click")
+            << QRect(1380, 1052, 24, 28) << std::optional<QPoint>(QPoint(900, 1066)) << overBottomBar
+            << QPoint(1392 - 140, 1052 - 8 - 220);
+        QTest::newRow("click in a top bar: 8 below the bar")
+            << QRect() << std::optional<QPoint>(QPoint(1500, 14)) << underTopBar << QPoint(1360, 28 + 8);
+        QTest::newRow("click in a bottom bar: flipped, 8 above it")
+            << QRect() << std::optional<QPoint>(QPoint(1500, 1066)) << overBottomBar
+            << QPoint(1360, 1052 - 8 - 220);
+        QTest::newRow("click at the right edge is clamped")
+            << QRect() << std::optional<QPoint>(QPoint(1915, 14)) << underTopBar << QPoint(1920 - 288, 36);
+        QTest::newRow("click without bars: the 1 x 1 point")
+            << QRect() << std::optional<QPoint>(QPoint(700, 400)) << noBars << QPoint(560, 409);
+        QTest::newRow("no click: the substitute anchor")
+            << QRect() << std::optional<QPoint>() << overBottomBar << QPoint(1920 - 300, 32);
+    }
+    void anchorFromTheTray()
+    {
+        QFETCH(QRect, icon);
+        QFETCH(std::optional<QPoint>, click);
+        QFETCH(QRect, available);
+        QFETCH(QPoint, expected);
+        const QRect anchor = PanelPlacement::effectiveAnchor(icon, click, QRect(0, 0, 1920, 1080), available);
         QCOMPARE(PanelPlacement::topLeft(anchor, available, QSize(280, 220)), expected);
     }
 

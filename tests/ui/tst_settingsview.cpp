@@ -154,10 +154,11 @@ private slots:
         QTest::newRow("integer") << "750" << qint64(750) << "750";
         QTest::newRow("zero is left to the engine") << "0" << qint64(0) << "0";
         QTest::newRow("letters") << "abc" << qint64(500) << "500";
-        // Every keystroke that leaves an integer stores it; the rest are not written, and the
-        // field shows the stored number once editing ends.
-        QTest::newRow("trailing letter") << "75k" << qint64(75) << "75";
-        QTest::newRow("fraction") << "7.5" << qint64(7) << "7";
+        // Only the whole text counts: its integer prefixes are never stored on the way.
+        QTest::newRow("trailing letter") << "75k" << qint64(500) << "500";
+        QTest::newRow("fraction") << "7.5" << qint64(500) << "500";
+        QTest::newRow("grouping separator") << "1,000" << qint64(500) << "500";
+        QTest::newRow("spaces around") << " 42 " << qint64(42) << "42";
         QTest::newRow("negative is left to the engine") << "-5" << qint64(-5) << "-5";
         QTest::newRow("empty") << "" << qint64(500) << "500";
     }
@@ -284,8 +285,17 @@ private slots:
 
         QVERIFY(QDir().mkpath(folder));
         m_controller->window()->close();
+        // Changes made elsewhere while the window was closed show when it opens again.
+        storeInSuite(Keys::limitOutputFileSize, true);
+        storeInSuite(Keys::maxFileSizeKB, qint64(900));
+        storeInSuite(Keys::suffix, QStringLiteral("-small"));
         m_controller->showSettings();
         QVERIFY(!shown(QStringLiteral("folderMissing")));
+        QVERIFY(toggle(QStringLiteral("Limit output file size"))->isChecked());
+        QVERIFY(shown(QStringLiteral("maxFileSizeRow")));
+        QCOMPARE(find<QWidget>(QStringLiteral("maxFileSizeRow"))->findChild<QLineEdit*>()->text(),
+                 QStringLiteral("900"));
+        QCOMPARE(find<QLineEdit>(QStringLiteral("suffixField"))->text(), QStringLiteral("-small"));
     }
 
     void showingTwiceReusesTheWindow()
