@@ -35,7 +35,7 @@ asan: deps
 	ctest --preset asan -j $(JOBS)
 
 format:
-	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+	git ls-files '*.cpp' '*.h' ':!third_party' | xargs clang-format -i
 
 clean:
 	rm -rf $(BUILD) build-debug build-asan
