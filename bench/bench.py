@@ -13,6 +13,7 @@ import subprocess
 import sys
 import tempfile
 import time
+from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass, field
 from pathlib import Path
 
@@ -81,6 +82,7 @@ class Runner:
         self.root = Path(args.root)
         self.cli = self.root / "build/bin/brevona-cli"
         self.ssim_tool = self.root / "build/bin/brevona-ssim"
+        self.ssimulacra2_tool = self.root / "build/bin/brevona-ssimulacra2"
         self.scratch = Path(tempfile.mkdtemp(prefix="brevona-bench-"))
         # brevona-cli starts from the registered defaults, not from anybody's stored settings.
         self.env = dict(os.environ, XDG_CONFIG_HOME=str(self.scratch / "config"), SHARP_MODULE=args.sharp)
@@ -136,6 +138,11 @@ class Runner:
 
     def ssim(self, reference, distorted):
         proc = subprocess.run([str(self.ssim_tool), str(reference), str(distorted)], capture_output=True, text=True)
+        return float(proc.stdout) if proc.returncode == 0 else None
+
+    def ssimulacra2(self, reference, distorted):
+        proc = subprocess.run([str(self.ssimulacra2_tool), str(reference), str(distorted)], capture_output=True,
+                              text=True)
         return float(proc.stdout) if proc.returncode == 0 else None
 
 
@@ -308,6 +315,10 @@ def main():
             lines += extra_lines(runner, job, measures, extras.setdefault(job.key, {}))
             print("\n".join(lines) + "\n", flush=True)
             out_lines += lines + [""]
+        if have_cli and (not args.only or "quality" in args.only.split(",")):
+            lines = quality_report(runner, args, lambda f, m: fix_cli(brevona(f, m)))
+            print("\n".join(lines) + "\n", flush=True)
+            out_lines += lines + [""]
         summary = targets(results, extras)
         print("\n".join(summary))
         out_lines += summary
@@ -434,6 +445,105 @@ def targets(results, extras):
     multiple = extras.get("limit", {}).get("multiple")
     if multiple is not None:
         lines.append(f"- Size-limited search: {multiple:.1f}x one encode")
+    return lines
+
+
+# ---- Quality at equal perceptual metric: JPEG per mode against the peers, AVIF beside it ----
+
+# (mode, JPEG quality, quality of the other formats), Brevona's figures on the peers' 0..100 scale.
+QUALITY_MODES = [("lossless", 95, 100), ("balanced", 80, 82), ("aggressive", 65, 65)]
+# Each peer's quality curve, along which its bytes are interpolated at Brevona's metric.
+PEER_QUALITIES = [50, 60, 70, 80, 85, 90, 95, 98]
+
+
+def quality_set(corpus):
+    """The bench set for the quality table: every third Kodak image and one 8 MP camera photo."""
+    kodak = corpus / "photos/kodak"
+    return [kodak / f"kodim{i:02d}.png" for i in range(1, 25, 3)] + [corpus / "photos/camera/jolla.jpg"]
+
+
+def quality_peers(sharp):
+    def vips(q):
+        return Tool("vips", f"Q={q}", ["vips", "copy", "{in}", f"{{out}}[Q={q},optimize_coding,strip]"], "jpg")
+
+    def magick(q):
+        return Tool("imagemagick", f"-quality {q}", ["convert", "{in}", "-strip", "-quality", str(q), "{out}"], "jpg")
+
+    def moz(q):
+        return Tool("sharp", f"mozjpeg {q}", sharp + ["mozjpeg", str(q), "{in}", "{out}"], "jpg")
+
+    return {"vips": vips, "imagemagick": magick, "sharp (mozjpeg)": moz}
+
+
+def quality_point(runner, tool, sources):
+    """Total bytes, mean SSIMULACRA2, mean luma SSIM and total wall time of one tool over the set."""
+    def one(src):
+        tag = f"quality-{tool.name}-{src.stem}".replace(" ", "_")
+        wall, _, out = runner.run_once(tool, src, tag)
+        return out.stat().st_size, runner.ssimulacra2(src, out), runner.ssim(src, out), wall
+
+    with ThreadPoolExecutor(2) as pool:
+        rows = list(pool.map(one, sources))
+    if any(r[1] is None for r in rows):
+        raise RuntimeError("metric failed")
+    return (sum(r[0] for r in rows), statistics.mean(r[1] for r in rows),
+            statistics.mean(r[2] for r in rows if r[2] is not None), sum(r[3] for r in rows))
+
+
+def quality_report(runner, args, brevona):
+    """The JPEG and AVIF quality tables and their target lines."""
+    sources = quality_set(Path(args.corpus))
+    sharp = ["node", str(Path(__file__).with_name("sharp-job.js"))]
+    peers = quality_peers(sharp)
+    print("bench: quality / peer curves", file=sys.stderr, flush=True)
+    curves = {}
+    for name, make in peers.items():
+        try:
+            curves[name] = {q: quality_point(runner, make(q), sources) for q in PEER_QUALITIES}
+        except RuntimeError as e:
+            print(f"bench: {name} failed: {e}", file=sys.stderr)
+    ours = {}
+    for mode, _, _ in QUALITY_MODES:
+        print(f"bench: quality / brevona {mode}", file=sys.stderr, flush=True)
+        ours[mode] = {fmt_: quality_point(runner, brevona(fmt_, mode), sources) for fmt_ in ("jpeg", "avif")}
+
+    lines = ["### Quality at equal SSIMULACRA2, JPEG and AVIF per mode", "",
+             f"Set: {', '.join(s.name for s in sources)}. Totals over the set; metrics are means "
+             "(SSIMULACRA2, 100 is identical; SSIM on luma). Each peer's bytes at Brevona's SSIMULACRA2 "
+             f"are interpolated along its quality curve ({', '.join(map(str, PEER_QUALITIES))}).", "",
+             "| mode | tool | settings | bytes | SSIMULACRA2 | SSIM | Brevona bytes at equal SSIMULACRA2 |",
+             "|---|---|---|---|---|---|---|"]
+    ratios = {}
+    for mode, jq, _ in QUALITY_MODES:
+        b, s2, ss, _ = ours[mode]["jpeg"]
+        lines.append(f"| {mode} | brevona | jpeg | {b:,} | {s2:.2f} | {ss:.4f} | |")
+        for name, curve in curves.items():
+            pb, ps2, pss, _ = curve[jq]
+            at = bytes_at_ssim([(p[1], p[0]) for p in curve.values()], s2)
+            ratios[(mode, name)] = b / at if at else None
+            lines.append(f"| {mode} | {name} | Q {jq} | {pb:,} | {ps2:.2f} | {pss:.4f} | "
+                         f"{fmt(ratios[(mode, name)], '{:.3f}x')} |")
+        ab, as2, ass, _ = ours[mode]["avif"]
+        lines.append(f"| {mode} | brevona | avif | {ab:,} ({ab / b:.2f}x JPEG) | {as2:.2f} | {ass:.4f} | |")
+    lines += ["", "Targets (quality):"]
+
+    def line(text, ok):
+        lines.append(f"- {text}: {'met' if ok else 'NOT met'}")
+
+    for mode, _, _ in QUALITY_MODES:
+        r = ratios.get((mode, "vips"))
+        limit = 0.97 if mode == "lossless" else 0.87
+        line(f"JPEG {mode} bytes at equal SSIMULACRA2 ≤ {limit}x vips ({fmt(r, '{:.3f}x')})",
+             r is not None and r <= limit)
+    for mode, jq, _ in QUALITY_MODES:
+        jb, js2, _, jt = ours[mode]["jpeg"]
+        ab, as2, _, _ = ours[mode]["avif"]
+        line(f"AVIF {mode} SSIMULACRA2 within 2 of JPEG's ({as2:.2f} vs {js2:.2f})", abs(as2 - js2) <= 2)
+        line(f"AVIF {mode} bytes ≤ 0.65x JPEG's ({ab / jb:.3f}x)", ab <= 0.65 * jb)
+        if "vips" in curves:
+            vt = curves["vips"][jq][3]
+            line(f"JPEG {mode} time over the set ≤ 1.5x the vips tool's libjpeg-turbo path, today's encoder "
+                 f"({jt / vt:.2f}x)", jt <= 1.5 * vt)
     return lines
 
 

@@ -1,6 +1,7 @@
 // One encode with sharp for the side-by-side benchmark.
 //   node sharp-job.js FORMAT QUALITY INPUT OUTPUT [MAX_EDGE]
-// FORMAT is jpeg, webp, avif or png (QUALITY is ignored for png, which is lossless).
+// FORMAT is jpeg, mozjpeg (JPEG through sharp's bundled mozjpeg), webp, avif or png (QUALITY is
+// ignored for png, which is lossless).
 const sharp = require(process.env.SHARP_MODULE || 'sharp');
 
 const [format, quality, input, output, maxEdge] = process.argv.slice(2);
@@ -10,6 +11,7 @@ if (maxEdge)
 const q = Number(quality);
 const encoders = {
     jpeg: (p) => p.jpeg({ quality: q }),
+    mozjpeg: (p) => p.jpeg({ quality: q, mozjpeg: true }),
     webp: (p) => p.webp({ quality: q }),
     avif: (p) => p.avif({ quality: q }),
     png: (p) => p.png(),

@@ -55,12 +55,14 @@ private Q_SLOTS:
         QTest::addColumn<double>("quality");
         QTest::addColumn<QString>("loader");
         QTest::addColumn<double>("tolerance"); // mean absolute difference per sample
-        QTest::newRow("jpeg 0.95") << "public.jpeg" << 0.95 << "jpegload_buffer" << 2.5;
-        QTest::newRow("jpeg 0.65") << "public.jpeg" << 0.65 << "jpegload_buffer" << 5.0;
-        QTest::newRow("png") << "public.png" << 1.0 << "pngload_buffer" << 0.0;
-        QTest::newRow("webp 0.82") << "webp" << 0.82 << "webpload_buffer" << 5.0;
-        QTest::newRow("avif 1.0") << "public.avif" << 1.0 << "heifload_buffer" << 2.0;
-        QTest::newRow("avif 0.82") << "public.avif" << 0.82 << "heifload_buffer" << 5.0;
+        QTest::addColumn<QString>("chroma");   // JPEG chroma subsampling; empty: not JPEG
+        QTest::newRow("jpeg 0.95") << "public.jpeg" << 0.95 << "jpegload_buffer" << 2.5 << "4:4:4";
+        QTest::newRow("jpeg 0.80") << "public.jpeg" << 0.80 << "jpegload_buffer" << 4.0 << "4:2:0";
+        QTest::newRow("jpeg 0.65") << "public.jpeg" << 0.65 << "jpegload_buffer" << 5.0 << "4:2:0";
+        QTest::newRow("png") << "public.png" << 1.0 << "pngload_buffer" << 0.0 << "";
+        QTest::newRow("webp 0.82") << "webp" << 0.82 << "webpload_buffer" << 5.0 << "";
+        QTest::newRow("avif 1.0") << "public.avif" << 1.0 << "heifload_buffer" << 2.0 << "";
+        QTest::newRow("avif 0.82") << "public.avif" << 0.82 << "heifload_buffer" << 5.0 << "";
     }
     void roundTripsWithinTolerance()
     {
@@ -68,11 +70,14 @@ private Q_SLOTS:
         QFETCH(double, quality);
         QFETCH(QString, loader);
         QFETCH(double, tolerance);
+        QFETCH(QString, chroma);
         const vips::VImage source = photo();
         const auto bytes = FormatEncoder::encode(source, type, quality);
         QVERIFY(bytes && !bytes->isEmpty());
         const vips::VImage decoded = decodeBytes(*bytes);
         QCOMPARE(QString::fromUtf8(decoded.get_string("vips-loader")), loader);
+        if (!chroma.isEmpty())
+            QCOMPARE(QString::fromUtf8(decoded.get_string("jpeg-chroma-subsample")), chroma);
         QCOMPARE(decoded.width(), source.width());
         QCOMPARE(decoded.height(), source.height());
         const double difference =
@@ -100,6 +105,14 @@ private Q_SLOTS:
         for (const char* field :
              {VIPS_META_EXIF_NAME, VIPS_META_ICC_NAME, VIPS_META_XMP_NAME, VIPS_META_IPTC_NAME})
             QVERIFY2(decoded.get_typeof(field) == 0, field);
+        if (type == QStringLiteral("public.jpeg")) {
+            // Not even a JFIF header: no APPn or COM segment before the first scan.
+            for (qsizetype at = 2; at + 4 <= bytes->size() && uchar(bytes->at(at + 1)) != 0xDA;
+                 at += 2 + (uchar(bytes->at(at + 2)) << 8 | uchar(bytes->at(at + 3)))) {
+                const int marker = uchar(bytes->at(at + 1));
+                QVERIFY2(marker < 0xE0 || marker > 0xFE, qPrintable(QString::number(marker, 16)));
+            }
+        }
     }
 
     void lowerQualityGivesSmallerFiles_data()
