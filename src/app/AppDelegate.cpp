@@ -9,6 +9,7 @@
 #include "engine/AppGroupDefaults.h"
 #include "engine/CompressionSettings.h"
 #include "engine/ImageCompressor.h"
+#include "engine/VipsRuntime.h"
 #include "platform/Defaults.h"
 #include "platform/NotificationCenter.h"
 #include "ui/DropZonePanelController.h"
@@ -48,6 +49,8 @@ void AppDelegate::applicationDidFinishLaunching()
         return;
     m_started = true;
 
+    // A tray application runs all day: what a batch used goes back to the system afterwards.
+    VipsRuntime::preferReturningMemory();
     // Every later step reads settings from the suite.
     AppGroupDefaults::registerDefaults();
     m_menuBarManager = std::make_unique<MenuBarManager>(m_services.engine);

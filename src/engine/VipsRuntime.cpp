@@ -38,6 +38,18 @@ bool VipsRuntime::ensureStarted()
     return started;
 }
 
+void VipsRuntime::preferReturningMemory()
+{
+#if defined(__GLIBC__)
+    // glibc raises this threshold to 32 MB as big blocks come and go, and image buffers below it
+    // then stay in the heap for good: after eight batches of 20 large photos the tray process
+    // sat at 1.4 times its size after the first. Fixed at 8 MB it stayed flat, for about a tenth
+    // more CPU time than the moving threshold (512 KB cost a third more).
+    constexpr int kMmapThreshold = 8 * 1024 * 1024;
+    mallopt(M_MMAP_THRESHOLD, kMmapThreshold);
+#endif
+}
+
 void VipsRuntime::releaseMemory()
 {
 #if defined(__GLIBC__)

@@ -12,6 +12,13 @@ public:
     /// True when libvips is usable.
     static bool ensureStarted();
 
+    /**
+     * For a process that stays resident between batches: large buffers (decoded images, tiles)
+     * are mapped on their own and unmapped when freed, instead of fragmenting the heap that the
+     * allocator then keeps. Call once, before the first batch.
+     */
+    static void preferReturningMemory();
+
     /// Gives back the allocator's free pages that finished jobs left behind (libvips' operation
     /// cache is off, so it holds nothing). For long-running processes, between batches.
     static void releaseMemory();
