@@ -13,7 +13,7 @@
  * The type identifier is an output format's: "public.jpeg", "public.png", "webp" or
  * "public.avif". Quality is a fraction 0...1 and maps onto each codec's own scale:
  * - JPEG: libjpeg quality Q = round(quality x 100), clamped to 1...100; Huffman tables optimised.
- * - PNG: lossless whatever the quality; zlib level 9 with adaptive per-row filters.
+ * - PNG: lossless whatever the quality; reduced losslessly and deflated by `PNGEncoder`.
  * - WebP: lossy, the library's default configuration, quality factor quality x 100.
  * - AVIF: AV1 quantizer round((1 - quality) x 63) for colour and alpha (0 is the finest, 63 the
  *   coarsest), the same linear scale as later libavif releases' 0...100 quality; 4:2:0 chroma
