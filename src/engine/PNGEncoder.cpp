@@ -25,13 +25,18 @@ enum ColourType : uint8_t
 enum class Filter
 {
     None,
-    Adaptive,
-    Paeth
+    Adaptive, // per row, the smallest sum of the bytes read as signed values
+    Paeth,
+    Trial, // per row, the filter whose bytes deflate smallest after the rows above
 };
 
 /// libdeflate level used to rank the candidates: fast, and it ranks them as the final level does
 /// on the bench images.
 constexpr int kTrialLevel = 4;
+
+/// Rows before the one being filtered that the per-row deflate trial sees, and its level.
+constexpr size_t kTrialContextRows = 2;
+constexpr int kRowTrialLevel = 1;
 
 /// Images up to this many bytes of packed rows are ranked, and deflated, at every level.
 constexpr size_t kSmallImageBytes = 64 * 1024;
@@ -347,6 +352,12 @@ uint64_t cost(const uint8_t* bytes, size_t n)
     return sum;
 }
 
+struct CompressorFree
+{
+    void operator()(libdeflate_compressor* compressor) const { libdeflate_free_compressor(compressor); }
+};
+using Compressor = std::unique_ptr<libdeflate_compressor, CompressorFree>;
+
 /// The rows as the zlib stream holds them: each preceded by its filter type.
 std::vector<uint8_t> filtered(const Raster& raster, Filter filter)
 {
@@ -355,11 +366,40 @@ std::vector<uint8_t> filtered(const Raster& raster, Filter filter)
     std::vector<uint8_t> out((n + 1) * height);
     const std::vector<uint8_t> zeros(n, 0);
     std::vector<uint8_t> trial(filter == Filter::Adaptive ? n : 0);
+    std::vector<uint8_t> scratch;
+    const Compressor rowCompressorOwner(filter == Filter::Trial ? libdeflate_alloc_compressor(kRowTrialLevel)
+                                                                : nullptr);
+    libdeflate_compressor* rowCompressor = rowCompressorOwner.get();
+    if (filter == Filter::Trial && !rowCompressor)
+        return {};
+    std::vector<uint8_t> packed(
+        filter == Filter::Trial
+            ? libdeflate_deflate_compress_bound(rowCompressor, (kTrialContextRows + 1) * (n + 1))
+            : 0);
     for (size_t y = 0; y < height; ++y) {
         const uint8_t* row = raster.rows.data() + y * n;
         const uint8_t* prior = y == 0 ? zeros.data() : row - n;
         uint8_t* target = out.data() + y * (n + 1);
         int type = filter == Filter::Paeth ? 4 : 0;
+        if (filter == Filter::Trial) {
+            // Each filter deflated after the rows already chosen: slower than the sum, and closer
+            // to what the final deflate will make of the row.
+            const size_t contextRows = std::min<size_t>(y, kTrialContextRows);
+            const uint8_t* context = target - contextRows * (n + 1);
+            size_t best = std::numeric_limits<size_t>::max();
+            for (int candidate = 0; candidate < 5; ++candidate) {
+                scratch.assign(context, static_cast<const uint8_t*>(target));
+                scratch.push_back(static_cast<uint8_t>(candidate));
+                scratch.resize(scratch.size() + n);
+                filterRow(candidate, row, prior, n, raster.pixelBytes, scratch.data() + scratch.size() - n);
+                const size_t size = libdeflate_deflate_compress(rowCompressor, scratch.data(), scratch.size(),
+                                                                packed.data(), packed.size());
+                if (size != 0 && size < best) {
+                    best = size;
+                    type = candidate;
+                }
+            }
+        }
         if (filter == Filter::Adaptive) {
             uint64_t best = std::numeric_limits<uint64_t>::max();
             for (int candidate = 0; candidate < 5; ++candidate) {
@@ -376,12 +416,6 @@ std::vector<uint8_t> filtered(const Raster& raster, Filter filter)
     }
     return out;
 }
-
-struct CompressorFree
-{
-    void operator()(libdeflate_compressor* compressor) const { libdeflate_free_compressor(compressor); }
-};
-using Compressor = std::unique_ptr<libdeflate_compressor, CompressorFree>;
 
 /// The zlib stream of `data`; empty on failure.
 std::vector<uint8_t> deflate(libdeflate_compressor* compressor, const std::vector<uint8_t>& data)
@@ -484,11 +518,13 @@ std::optional<QByteArray> PNGEncoder::encode(const vips::VImage& image)
     std::vector<uint8_t> bestRows;
     for (const Raster& raster : candidates) {
         const bool lowBit = raster.type == Indexed || raster.depth < 8;
-        const std::vector<Filter> filters = lowBit
-                                                ? std::vector{Filter::None, Filter::Adaptive}
-                                                : std::vector{Filter::None, Filter::Adaptive, Filter::Paeth};
+        const std::vector<Filter> filters =
+            lowBit ? std::vector{Filter::None, Filter::Adaptive}
+                   : std::vector{Filter::None, Filter::Adaptive, Filter::Paeth, Filter::Trial};
         for (const Filter filter : filters) {
             std::vector<uint8_t> rows = filtered(raster, filter);
+            if (rows.empty())
+                continue;
             const size_t deflated = deflate(trial.get(), rows).size();
             const size_t size = deflated + raster.palette.size() + raster.alphas.size();
             if (deflated > 0 && size < bestSize) {

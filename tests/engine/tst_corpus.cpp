@@ -111,17 +111,10 @@ private Q_SLOTS:
         QCOMPARE(entries(out.path()), QStringList{});
     }
 
-    void pngKeepsEveryPixel_data()
-    {
-        QTest::addColumn<QString>("folder");
-        for (const char* folder : {"png", "formats"})
-            QTest::newRow(folder) << QString::fromLatin1(folder);
-    }
     void pngKeepsEveryPixel()
     {
-        QFETCH(QString, folder);
         int checked = 0;
-        QDirIterator it(kCorpus + QLatin1Char('/') + folder, QDir::Files, QDirIterator::Subdirectories);
+        QDirIterator it(kCorpus + QStringLiteral("/png"), QDir::Files, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString path = it.next();
             if (QFileInfo(path).size() > kMaxFileSize)
@@ -141,7 +134,7 @@ private Q_SLOTS:
                      qPrintable(path));
             ++checked;
         }
-        qInfo("%s: %d images written as PNG and read back unchanged", qPrintable(folder), checked);
+        qInfo("png: %d images written as PNG and read back unchanged", checked);
     }
 };
 
