@@ -203,6 +203,7 @@ def main():
     ap.add_argument("--corpus", required=True)
     ap.add_argument("--cache", required=True)
     ap.add_argument("--sharp", required=True, help="path of the sharp module")
+    ap.add_argument("--oxipng", default="", help="path of the @jsquash/oxipng module (empty: none)")
     ap.add_argument("--only", help="comma-separated job keys to run")
     ap.add_argument("--runs", type=int, help="runs per tool for every job (default: per job)")
     ap.add_argument("--results", help="also write the tables to this Markdown file")
@@ -319,6 +320,10 @@ def main():
             lines = quality_report(runner, args, lambda f, m: fix_cli(brevona(f, m)))
             print("\n".join(lines) + "\n", flush=True)
             out_lines += lines + [""]
+        if not args.only or "pngset" in args.only.split(","):
+            lines = png_set_table(runner, png_set_files(corpus), args.oxipng, have_cli)
+            print("\n".join(lines) + "\n", flush=True)
+            out_lines += lines + [""]
         summary = targets(results, extras)
         print("\n".join(summary))
         out_lines += summary
@@ -399,6 +404,87 @@ def limit_multiple(runner, job, ours):
                       f"(`vips avg`): {dec:.2f} s. The size-limited search costs {multiple:.1f} encodes at the mode's "
                       f"quality ({ours.time / single.time:.1f}x the unlimited compress); when the photo fits at full "
                       "size it makes 8 encodes, one per bisection round, the first at quality 0.425.")
+
+
+def png_set_files(corpus):
+    """The lossless PNG set: the 24 Kodak photos and the screenshots."""
+    return sorted((corpus / "photos/kodak").glob("kodim*.png")) + sorted((corpus / "png/screenshots").glob("*.png"))
+
+
+def png_set_tools(runner, oxipng):
+    # "today": libpng at zlib level 9 with every filter tried per row, which is what Brevona's PNG
+    # writer was before it reduced pixels and deflated with libdeflate; these files are all 8-bit
+    # RGB or RGBA sRGB without a profile, so the vips tool sees the same pixels as that writer did.
+    tools = [
+        Tool("today", "vips copy [compression=9,filter=all,strip] (the previous encoder)",
+             ["vips", "copy", "{in}", "{out}[compression=9,filter=all,strip]"], "png"),
+        Tool("vips", "copy (compression 6)", ["vips", "copy", "{in}", "{out}[strip]"], "png"),
+        Tool("imagemagick", "defaults", ["convert", "{in}", "-strip", "{out}"], "png"),
+        Tool("optipng", "-o2 -strip all", ["optipng", "-quiet", "-o2", "-strip", "all", "-out", "{out}", "{in}"],
+             "png"),
+    ]
+    if oxipng:
+        tools.append(Tool("oxipng", "level 2 (WebAssembly build, one thread)",
+                          ["node", str(Path(__file__).with_name("oxipng-job.mjs")), "2", "{in}", "{out}"], "png"))
+    tools.append(Tool("brevona", "--format png --mode lossless",
+                      [str(runner.cli), "compress", "--format", "png", "--mode", "lossless", "--out", "{outdir}", "--json", "{in}"], "",
+                      brevona=True))
+    return tools
+
+
+def png_set_table(runner, files, oxipng, have_cli):
+    """Total bytes and time of each tool over the PNG set, one run per file, and whether Brevona
+    makes an optipng -o2 output any larger."""
+    runner.env["OXIPNG_MODULE"] = oxipng
+    totals = {}
+    optimised = runner.scratch / "optipng-outputs"
+    optimised.mkdir(parents=True, exist_ok=True)
+    lines = [f"### PNG set, lossless: {len(files)} files (24 Kodak photos, screenshots)", "",
+             "One run per file and tool; times are summed over the files.", "",
+             "| tool | settings | bytes | wall s | cpu s | Brevona bytes | Brevona cpu |", "|---|---|---|---|---|---|---|"]
+    if not oxipng:
+        lines[2] += " oxipng: @jsquash/oxipng did not install, and the npm `oxipng` package ships no Linux binary, so it is left out."
+    for tool in png_set_tools(runner, oxipng):
+        if tool.brevona and not have_cli:
+            continue
+        print(f"bench: pngset / {tool.name}", file=sys.stderr, flush=True)
+        total, wall, cpu, error = 0, 0.0, 0.0, ""
+        for src in files:
+            try:
+                w, (_, c), out = runner.run_once(tool, src, "pngset")
+            except (RuntimeError, json.JSONDecodeError, KeyError, IndexError) as e:
+                error = f"{src.name}: {e}"[:80]
+                break
+            total, wall, cpu = total + out.stat().st_size, wall + w, cpu + c
+            if tool.name == "optipng":
+                shutil.copy(out, optimised / src.name)
+        totals[tool.name] = None if error else (total, wall, cpu)
+    ours = totals.get("brevona")
+    for name, row in totals.items():
+        tool = next(t for t in png_set_tools(runner, oxipng) if t.name == name)
+        if row is None:
+            lines.append(f"| {name} | {tool.settings} | failed | | | | |")
+            continue
+        total, wall, cpu = row
+        lines.append(f"| {name} | {tool.settings} | {total:,} | {wall:.2f} | {cpu:.2f} | "
+                     f"{ratio(ours[0], total) if ours else '–'} | {ratio(ours[2], cpu) if ours else '–'} |")
+    grown = []
+    if ours and totals.get("optipng"):
+        tool = png_set_tools(runner, oxipng)[-1]
+        for src in sorted(optimised.glob("*.png")):
+            _, _, out = runner.run_once(tool, src, "pngset-again")
+            if out.stat().st_size > src.stat().st_size:
+                grown.append(f"{src.name} {src.stat().st_size:,} -> {out.stat().st_size:,}")
+        lines += ["", f"optipng -o2 outputs compressed again by Brevona: {len(grown)} of "
+                  f"{len(list(optimised.glob('*.png')))} grew" + (": " + "; ".join(grown) if grown else ".")]
+    today = totals.get("today")
+    if ours and today:
+        lines += ["", "PNG set targets:",
+                  f"- bytes ≤ 0.92x today's ({ours[0] / today[0]:.3f}x): {'met' if ours[0] <= 0.92 * today[0] else 'NOT met'}",
+                  f"- CPU time ≤ today's ({ours[2] / today[2]:.2f}x, wall {ours[1] / today[1]:.2f}x): "
+                  f"{'met' if ours[2] <= today[2] else 'NOT met'}",
+                  f"- no optipng -o2 output grows ({len(grown)} grew): {'met' if not grown else 'NOT met'}"]
+    return lines
 
 
 def targets(results, extras):

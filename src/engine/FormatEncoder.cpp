@@ -14,6 +14,7 @@
 
 #include "engine/JpegliEncoder.h"
 #include "engine/OutputTarget.h"
+#include "engine/PNGEncoder.h"
 #include "engine/VipsRuntime.h"
 #include "platform/Logging.h"
 
@@ -153,11 +154,7 @@ std::optional<QByteArray> FormatEncoder::encodeJPEG(const vips::VImage& image, d
 
 std::optional<QByteArray> FormatEncoder::encodePNG(const vips::VImage& image)
 {
-    const Blob blob(image.pngsave_buffer(vips::VImage::option()
-                                             ->set("compression", 9)
-                                             ->set("filter", VIPS_FOREIGN_PNG_FILTER_ALL)
-                                             ->set("strip", true)));
-    return bytesOf(blob);
+    return PNGEncoder::encode(image);
 }
 
 std::optional<QByteArray> FormatEncoder::encodeWebP(const vips::VImage& image, double quality)

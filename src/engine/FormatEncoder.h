@@ -13,7 +13,7 @@
  * The type identifier is an output format's: "public.jpeg", "public.png", "webp" or
  * "public.avif". Quality is a fraction 0...1 and maps onto each codec's own scale:
  * - JPEG: jpegli (see JpegliEncoder::settingsFor for the mapping), 4:2:0 chroma below 0.9.
- * - PNG: lossless whatever the quality; zlib level 9 with adaptive per-row filters.
+ * - PNG: lossless whatever the quality; reduced losslessly and deflated by `PNGEncoder`.
  * - WebP: lossy, the library's default configuration, quality factor quality x 100.
  * - AVIF: AV1 quantizer for colour and alpha (0 finest, 63 coarsest) calibrated per mode to
  *   match the JPEG of the same mode by SSIMULACRA2 (1.0: 6, 0.82: 18, 0.65: 26, linear between);

@@ -6,7 +6,9 @@
 #include <QTest>
 
 #include "EngineFixtures.h"
+#include "engine/FormatEncoder.h"
 #include "engine/ImageCompressor.h"
+#include "engine/ImageDecoder.h"
 
 using namespace EngineFixtures;
 
@@ -107,6 +109,32 @@ private Q_SLOTS:
               failed, skipped, kMaxFileSize);
         QVERIFY2(surprises.isEmpty(), qPrintable(surprises.join(QLatin1Char(' '))));
         QCOMPARE(entries(out.path()), QStringList{});
+    }
+
+    void pngKeepsEveryPixel()
+    {
+        int checked = 0;
+        QDirIterator it(kCorpus + QStringLiteral("/png"), QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            if (QFileInfo(path).size() > kMaxFileSize)
+                continue;
+            const std::optional<vips::VImage> source = ImageDecoder::decode(path);
+            if (!source)
+                continue; // licences, READMEs and what the decoder refuses
+            const auto png = FormatEncoder::encode(*source, QStringLiteral("public.png"), 1.0);
+            QVERIFY2(png, qPrintable(path));
+            // Written back as RGB(A) the way the decoder lays out any image.
+            vips::VImage decoded = ImageDecoder::toSRGB8(
+                vips::VImage::new_from_buffer(png->constData(), size_t(png->size()), "").copy_memory());
+            if (decoded.bands() == 3 && source->bands() == 4) // an all-opaque alpha was dropped
+                decoded = decoded.bandjoin_const({255});
+            QCOMPARE(decoded.bands(), source->bands());
+            QVERIFY2((decoded.cast(VIPS_FORMAT_INT) - source->cast(VIPS_FORMAT_INT)).abs().max() == 0,
+                     qPrintable(path));
+            ++checked;
+        }
+        qInfo("png: %d images written as PNG and read back unchanged", checked);
     }
 };
 

@@ -42,6 +42,19 @@ double meanDifference(const vips::VImage& a, const vips::VImage& b)
     return (a.cast(VIPS_FORMAT_FLOAT) - b.cast(VIPS_FORMAT_FLOAT)).abs().avg();
 }
 
+/// Largest difference of any sample between the encoded PNG's pixels and the source's.
+double pngMaxDifference(const QByteArray& png, const vips::VImage& source)
+{
+    // Laid out as the decoder lays out any image, and opaque alpha put back where it was dropped.
+    vips::VImage decoded = ImageDecoder::toSRGB8(decodeBytes(png));
+    if (decoded.bands() == 3 && source.bands() == 4)
+        decoded = decoded.bandjoin_const({255});
+    if (decoded.bands() != source.bands() || decoded.width() != source.width() ||
+        decoded.height() != source.height())
+        return 255;
+    return (decoded.cast(VIPS_FORMAT_INT) - source.cast(VIPS_FORMAT_INT)).abs().max();
+}
+
 } // namespace
 
 class TestFormatEncoder final : public QObject
@@ -157,6 +170,73 @@ private Q_SLOTS:
             QVERIFY2(std::abs(value[band] - expected[band]) <= tolerance,
                      qPrintable(QStringLiteral("band %1: %2").arg(band).arg(value[band])));
         QVERIFY(decoded.getpoint(5, 2)[3] <= tolerance); // still clear
+    }
+
+    void pngIsExactAndReduced_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<int>(
+            "colourType");              // as in the header: 0 grey, 2 RGB, 3 palette, 4 grey + alpha, 6 RGBA
+        QTest::addColumn<int>("depth"); // bits per sample or palette index
+        QTest::newRow("grey") << "grey" << 0 << 8;
+        QTest::newRow("grey + alpha") << "grey alpha" << 4 << 8;
+        QTest::newRow("black and white") << "black white" << 0 << 1;
+        QTest::newRow("16 grey levels") << "grey levels" << 0 << 4;
+        QTest::newRow("palette with tRNS") << "eight colours alpha" << 3 << 8; // 8 x 3 alphas
+        QTest::newRow("8 colours") << "eight colours" << 3 << 4;
+        QTest::newRow("opaque RGBA") << "opaque rgba" << 2 << 8;
+        QTest::newRow("> 256 colours") << "photo" << 2 << 8;
+    }
+    void pngIsExactAndReduced()
+    {
+        QFETCH(QString, name);
+        QFETCH(int, colourType);
+        QFETCH(int, depth);
+        const vips::VImage colour = photo();
+        const vips::VImage grey = colour.extract_band(1);
+        const vips::VImage alpha = translucent().extract_band(3).resize(
+            double(colour.width()) / 64, vips::VImage::option()
+                                             ->set("vscale", double(colour.height()) / 64)
+                                             ->set("kernel", VIPS_KERNEL_NEAREST));
+        const vips::VImage bw = grey > 128;
+        const vips::VImage levels = (grey / 17).cast(VIPS_FORMAT_UCHAR) * 17;
+        const QHash<QString, vips::VImage> sources{
+            {"grey", vips::VImage::bandjoin({grey, grey, grey})},
+            {"grey alpha", vips::VImage::bandjoin({grey, grey, grey, alpha})},
+            {"black white", vips::VImage::bandjoin({bw, bw, bw})},
+            {"grey levels", vips::VImage::bandjoin({levels, levels, levels})},
+            {"eight colours alpha", (colour > 128).bandjoin(alpha)},
+            {"eight colours", colour > 128},
+            {"opaque rgba", colour.bandjoin_const({255})},
+            {"photo", colour},
+        };
+        const vips::VImage source = sources.value(name).cast(VIPS_FORMAT_UCHAR).copy_memory();
+        const auto bytes = FormatEncoder::encode(source, QStringLiteral("public.png"), 1.0);
+        QVERIFY(bytes);
+        QCOMPARE(pngMaxDifference(*bytes, source), 0.0);
+        QCOMPARE(int(uint8_t(bytes->at(25))), colourType); // IHDR, after signature, length and type
+        QCOMPARE(int(uint8_t(bytes->at(24))), depth);
+    }
+
+    void pngIsExactAndNoLargerThanAnOptimisedInput_data()
+    {
+        QTest::addColumn<QString>("file");
+        // Files written by optipng -o2: an exact reduction must find what it found.
+        QTest::newRow("4-bit palette") << "basn3p04-optipng.png";
+        QTest::newRow("grey + alpha") << "basn4a08-optipng.png";
+        QTest::newRow("RGBA") << "basn6a08-optipng.png";
+        QTest::newRow("palette with tRNS") << "tbbn3p08-optipng.png";
+        QTest::newRow("palette, clear background") << "libavif-circle-trns-after-plte-optipng.png";
+    }
+    void pngIsExactAndNoLargerThanAnOptimisedInput()
+    {
+        QFETCH(QString, file);
+        const vips::VImage source = *ImageDecoder::decode(dataPath(file));
+        const auto bytes = FormatEncoder::encode(source, QStringLiteral("public.png"), 1.0);
+        QVERIFY(bytes);
+        QCOMPARE(pngMaxDifference(*bytes, source), 0.0);
+        const qint64 input = QFileInfo(dataPath(file)).size();
+        QVERIFY2(bytes->size() <= input, qPrintable(QStringLiteral("%1 > %2").arg(bytes->size()).arg(input)));
     }
 
     void jpegFlattensAlphaOntoWhite()
