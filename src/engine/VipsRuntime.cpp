@@ -1,8 +1,11 @@
 #include "engine/VipsRuntime.h"
 
+#include <algorithm>
 #include <mutex>
 
 #include <vips/vips8>
+
+#include <QThread>
 
 #include "platform/Logging.h"
 
@@ -32,4 +35,10 @@ bool VipsRuntime::ensureStarted()
         }
     });
     return started;
+}
+
+void VipsRuntime::shareCores(int jobs)
+{
+    if (ensureStarted())
+        vips_concurrency_set(std::max(1, QThread::idealThreadCount() / std::max(1, jobs)));
 }

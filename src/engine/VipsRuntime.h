@@ -11,4 +11,7 @@ class VipsRuntime final
 public:
     /// True when libvips is usable.
     static bool ensureStarted();
+    /// Sizes libvips' worker pool (per process) so that `jobs` images processed at once keep
+    /// about one thread per core between them, instead of each taking a thread per core.
+    static void shareCores(int jobs);
 };
