@@ -31,6 +31,9 @@ const QCommandLineOption kSuffix(QStringLiteral("suffix"), QStringLiteral("appen
 const QCommandLineOption kOut(QStringLiteral("out"), QStringLiteral("write outputs into this folder"),
                               QStringLiteral("DIR"));
 const QCommandLineOption kJson(QStringLiteral("json"), QStringLiteral("print one JSON object"));
+const QCommandLineOption kJobs(QStringLiteral("jobs"),
+                               QStringLiteral("images encoded at once (1: one at a time)"),
+                               QStringLiteral("N"));
 
 /// A whole number in [minimum, maximum], or nothing.
 std::optional<qint64> boundedInteger(const QString& text, qint64 minimum, qint64 maximum)
@@ -81,7 +84,7 @@ QString CompressCommand::synopsis() const
 {
     return QStringLiteral(
         "compress [--format F] [--mode M] [--max-edge PX] [--max-size KB] [--min-saving PCT] "
-        "[--suffix S] [--out DIR] [--json] FILE...");
+        "[--suffix S] [--out DIR] [--jobs N] [--json] FILE...");
 }
 
 std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLineParser& parser,
@@ -175,7 +178,7 @@ int CompressCommand::run(const QStringList& arguments)
 {
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    parser.addOptions({kFormat, kMode, kMaxEdge, kMaxSize, kMinSaving, kSuffix, kOut, kJson});
+    parser.addOptions({kFormat, kMode, kMaxEdge, kMaxSize, kMinSaving, kSuffix, kOut, kJson, kJobs});
     if (!parser.parse(QStringList{name()} + arguments)) {
         CliOutput::error(parser.errorText());
         CliOutput::err(QStringLiteral("usage: brevona-cli ") + synopsis());
@@ -197,15 +200,23 @@ int CompressCommand::run(const QStringList& arguments)
         return UsageError;
     }
 
+    // How the batch runs, not what it produces: outputs are the same whatever the number, so it
+    // goes to the engine rather than into the settings snapshot.
+    std::optional<qint64> jobs = 0;
+    if (parser.isSet(kJobs) && !(jobs = boundedInteger(parser.value(kJobs), 1, 1024))) {
+        CliOutput::error(QStringLiteral("--jobs needs a whole number of jobs above 0"));
+        return UsageError;
+    }
+
     QStringList paths;
     for (const QString& file : files)
         paths.append(QFileInfo(file).absoluteFilePath());
 
     ProgressPrinter progress;
     const SessionResult session = ImageCompressor::shared().compressBatch(
-        paths, *settings, [&progress](int current, int total, const QString& label) {
-            progress.report(current, total, label);
-        });
+        paths, *settings,
+        [&progress](int current, int total, const QString& label) { progress.report(current, total, label); },
+        static_cast<int>(*jobs));
 
     if (parser.isSet(kJson)) {
         std::fputs(jsonReport(session).constData(), stdout);

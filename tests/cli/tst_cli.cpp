@@ -127,6 +127,8 @@ private Q_SLOTS:
             << QStringList{"--min-saving", "100"} << 0 << "Already optimized · no changes needed";
         QTest::newRow("flags change the output")
             << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s"} << 0 << "";
+        QTest::newRow("one job at a time")
+            << QStringList{"--jobs", "1"} << 0 << "Done · files were already optimized";
     }
     void exitCodes()
     {
@@ -159,6 +161,8 @@ private Q_SLOTS:
         QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"};
         QTest::newRow("edge not a number") << QStringList{"compress", "--max-edge", "big", "x.jpg"};
         QTest::newRow("saving above 100") << QStringList{"compress", "--min-saving", "101", "x.jpg"};
+        QTest::newRow("zero jobs") << QStringList{"compress", "--jobs", "0", "x.jpg"};
+        QTest::newRow("jobs not a number") << QStringList{"compress", "--jobs", "all", "x.jpg"};
         QTest::newRow("missing out folder")
             << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"};
         QTest::newRow("settings with three words") << QStringList{"settings", "a", "b", "c"};
