@@ -412,21 +412,25 @@ def batch_section(runner, camera, sharp_batch, runs, extra):
             ("sharp", lambda out: sharp_batch + [fmt_, str(q), out] + files),
             (f"vips, xargs -P {cores}", vips_argv),
         ]
-        measures = {}
-        for name, argv in tools:
-            print(f"bench: batch {fmt_} / {name}", file=sys.stderr, flush=True)
-            measures[name] = batch_measure(runner, f"batch-{fmt_}-{len(measures)}", argv, runs)
+        # Round robin, so that a change in the machine's load falls on every tool alike.
+        measures = {name: {"times": [], "cpus": [], "rss": []} for name, _ in tools}
+        for run in range(runs):
+            for index, (name, argv) in enumerate(tools):
+                if measures[name].get("error"):
+                    continue
+                print(f"bench: batch {fmt_} / {name} ({run + 1}/{runs})", file=sys.stderr, flush=True)
+                batch_run(runner, runner.scratch / f"batch-{fmt_}-{index}", argv, measures[name])
         one, many = measures["brevona --jobs 1"], measures["brevona"]
         identical = bool(one.get("digests")) and one.get("digests") == many.get("digests")
         speedup = one["time"] / many["time"] if one.get("time") and many.get("time") else math.nan
-        extra[fmt_] = {"speedup": speedup, "identical": identical, "rss": many.get("rss", math.nan)}
+        extra[fmt_] = {"speedup": speedup, "identical": identical, "rss": many.get("peak", math.nan)}
         lines += [f"### Batch: {len(files)} camera photos to {fmt_.upper()}, balanced", "",
                   "| tool | runs | median s | cpu s | peak MB | outputs | bytes |", "|---|---|---|---|---|---|---|"]
         for name, m in measures.items():
             if m.get("error"):
-                lines.append(f"| {name} | 0 | failed: {m['error']} | | | | |")
+                lines.append(f"| {name} | {len(m['times'])} | failed: {m['error']} | | | | |")
                 continue
-            lines.append(f"| {name} | {m['runs']} | {m['time']:.2f} | {m['cpu']:.2f} | {m['rss']:.0f} | "
+            lines.append(f"| {name} | {m['runs']} | {m['time']:.2f} | {m['cpu']:.2f} | {m['peak']:.0f} | "
                          f"{len(m['digests'])} | {m['bytes']:,} |")
         lines += ["", f"Default jobs against `--jobs 1`: {speedup:.2f}x faster; outputs byte-identical: "
                       f"{'yes' if identical else 'NO'}. Peak memory of the xargs row is its largest single "
@@ -434,31 +438,28 @@ def batch_section(runner, camera, sharp_batch, runs, extra):
     return lines
 
 
-def batch_measure(runner, tag, argv, runs):
-    """Median wall and cpu time, largest peak RSS, and the outputs' names and digests of the last run."""
+def batch_run(runner, outdir, argv, m):
+    """One run into a fresh `outdir`: appends wall and cpu time and peak RSS to `m` and sets the
+    medians, the largest peak and the outputs' names and digests, or `m["error"]`."""
     import hashlib
-    times, cpus, rss = [], [], []
-    outdir = runner.scratch / tag
-    try:
-        for _ in range(runs):
-            shutil.rmtree(outdir, ignore_errors=True)
-            outdir.mkdir(parents=True)
-            time_file = runner.scratch / "time"
-            start = time.perf_counter()
-            proc = subprocess.run([GNU_TIME, "-f", "%M %U %S", "-o", str(time_file)] + argv(str(outdir)),
-                                  env=runner.env, capture_output=True, text=True)
-            times.append(time.perf_counter() - start)
-            if proc.returncode != 0:
-                raise RuntimeError((proc.stderr.strip().splitlines() or ["exit %d" % proc.returncode])[-1])
-            kb, user, system = time_file.read_text().split()[-3:]
-            rss.append(int(kb))
-            cpus.append(float(user) + float(system))
-    except RuntimeError as e:
-        return {"error": str(e)[:80].replace("|", "/")}
+    shutil.rmtree(outdir, ignore_errors=True)
+    outdir.mkdir(parents=True)
+    time_file = runner.scratch / "time"
+    start = time.perf_counter()
+    proc = subprocess.run([GNU_TIME, "-f", "%M %U %S", "-o", str(time_file)] + argv(str(outdir)),
+                          env=runner.env, capture_output=True, text=True)
+    wall = time.perf_counter() - start
+    if proc.returncode != 0:
+        m["error"] = (proc.stderr.strip().splitlines() or ["exit %d" % proc.returncode])[-1][:80].replace("|", "/")
+        return
+    kb, user, system = time_file.read_text().split()[-3:]
+    m["times"].append(wall)
+    m["cpus"].append(float(user) + float(system))
+    m["rss"].append(int(kb))
     outputs = sorted(p for p in outdir.iterdir() if p.is_file())
-    return {"runs": len(times), "time": statistics.median(times), "cpu": statistics.median(cpus),
-            "rss": max(rss) / 1024, "bytes": sum(p.stat().st_size for p in outputs),
-            "digests": {p.name: hashlib.sha256(p.read_bytes()).hexdigest() for p in outputs}}
+    m.update(runs=len(m["times"]), time=statistics.median(m["times"]), cpu=statistics.median(m["cpus"]),
+             peak=max(m["rss"]) / 1024, bytes=sum(p.stat().st_size for p in outputs),
+             digests={p.name: hashlib.sha256(p.read_bytes()).hexdigest() for p in outputs})
 
 
 def batch_targets(batch):
