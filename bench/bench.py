@@ -324,6 +324,11 @@ def main():
             lines = png_set_table(runner, png_set_files(corpus), args.oxipng, have_cli)
             print("\n".join(lines) + "\n", flush=True)
             out_lines += lines + [""]
+        if not args.only or "batch" in args.only.split(","):
+            lines = batch_section(runner, camera, sharp[:1] + [str(Path(__file__).with_name("sharp-batch.js"))],
+                                  args.runs or 3, extras.setdefault("batch", {}))
+            print("\n".join(lines) + "\n", flush=True)
+            out_lines += lines + [""]
         summary = targets(results, extras)
         print("\n".join(summary))
         out_lines += summary
@@ -487,6 +492,94 @@ def png_set_table(runner, files, oxipng, have_cli):
     return lines
 
 
+BATCH_BUDGET_MB = 1000  # the engine's memory budget for decoded images in flight
+
+
+def batch_section(runner, camera, sharp_batch, runs, extra):
+    """Every camera photo in one batch, to JPEG and to WebP: brevona-cli one job at a time and with
+    its default (one per core), sharp in one node process, the vips tool under xargs -P."""
+    files = sorted(str(p) for p in camera.iterdir() if p.suffix.lower() in (".jpg", ".jpeg", ".png"))
+    cores = os.cpu_count()
+    lines = []
+    for fmt_, q, ext in (("jpeg", JPEG_Q, "jpg"), ("webp", OTHER_Q, "webp")):
+        cli = [str(runner.cli), "compress", "--format", fmt_, "--mode", "balanced", "--json"]
+        listing = runner.scratch / "batch-files"
+        listing.write_text("\n".join(files) + "\n")
+
+        def vips_argv(out):
+            script = f'vips copy "$1" "{out}/$(basename "${{1%.*}}").{ext}[Q={q},strip]"'
+            return ["xargs", "-a", str(listing), "-d", "\\n", "-P", str(cores), "-n", "1", "sh", "-c", script, "sh"]
+
+        tools = [
+            ("brevona --jobs 1", lambda out: cli + ["--jobs", "1", "--out", out] + files),
+            ("brevona", lambda out: cli + ["--out", out] + files),
+            ("sharp", lambda out: sharp_batch + [fmt_, str(q), out] + files),
+            (f"vips, xargs -P {cores}", vips_argv),
+        ]
+        # Round robin, so that a change in the machine's load falls on every tool alike.
+        measures = {name: {"times": [], "cpus": [], "rss": []} for name, _ in tools}
+        for run in range(runs):
+            for index, (name, argv) in enumerate(tools):
+                if measures[name].get("error"):
+                    continue
+                print(f"bench: batch {fmt_} / {name} ({run + 1}/{runs})", file=sys.stderr, flush=True)
+                batch_run(runner, runner.scratch / f"batch-{fmt_}-{index}", argv, measures[name])
+        one, many = measures["brevona --jobs 1"], measures["brevona"]
+        identical = bool(one.get("digests")) and one.get("digests") == many.get("digests")
+        speedup = one["time"] / many["time"] if one.get("time") and many.get("time") else math.nan
+        extra[fmt_] = {"speedup": speedup, "identical": identical, "rss": many.get("peak", math.nan)}
+        lines += [f"### Batch: {len(files)} camera photos to {fmt_.upper()}, balanced", "",
+                  "| tool | runs | median s | cpu s | peak MB | outputs | bytes |", "|---|---|---|---|---|---|---|"]
+        for name, m in measures.items():
+            if m.get("error"):
+                lines.append(f"| {name} | {len(m['times'])} | failed: {m['error']} | | | | |")
+                continue
+            lines.append(f"| {name} | {m['runs']} | {m['time']:.2f} | {m['cpu']:.2f} | {m['peak']:.0f} | "
+                         f"{len(m['digests'])} | {m['bytes']:,} |")
+        lines += ["", f"Default jobs against `--jobs 1`: {speedup:.2f}x faster; outputs byte-identical: "
+                      f"{'yes' if identical else 'NO'}. Peak memory of the xargs row is its largest single "
+                      "process, not the sum of the processes running at once."]
+    return lines
+
+
+def batch_run(runner, outdir, argv, m):
+    """One run into a fresh `outdir`: appends wall and cpu time and peak RSS to `m` and sets the
+    medians, the largest peak and the outputs' names and digests, or `m["error"]`."""
+    import hashlib
+    shutil.rmtree(outdir, ignore_errors=True)
+    outdir.mkdir(parents=True)
+    time_file = runner.scratch / "time"
+    start = time.perf_counter()
+    proc = subprocess.run([GNU_TIME, "-f", "%M %U %S", "-o", str(time_file)] + argv(str(outdir)),
+                          env=runner.env, capture_output=True, text=True)
+    wall = time.perf_counter() - start
+    if proc.returncode != 0:
+        m["error"] = (proc.stderr.strip().splitlines() or ["exit %d" % proc.returncode])[-1][:80].replace("|", "/")
+        return
+    kb, user, system = time_file.read_text().split()[-3:]
+    m["times"].append(wall)
+    m["cpus"].append(float(user) + float(system))
+    m["rss"].append(int(kb))
+    outputs = sorted(p for p in outdir.iterdir() if p.is_file())
+    m.update(runs=len(m["times"]), time=statistics.median(m["times"]), cpu=statistics.median(m["cpus"]),
+             peak=max(m["rss"]) / 1024, bytes=sum(p.stat().st_size for p in outputs),
+             digests={p.name: hashlib.sha256(p.read_bytes()).hexdigest() for p in outputs})
+
+
+def batch_targets(batch):
+    lines = []
+    for fmt_, goal in (("webp", 1.6), ("jpeg", 1.35)):
+        m = batch.get(fmt_)
+        if not m:
+            continue
+        lines.append(f"- {fmt_.upper()} batch ≥ {goal}x faster with the default jobs than --jobs 1 "
+                     f"({m['speedup']:.2f}x): {'met' if m['speedup'] >= goal else 'NOT met'}")
+        lines.append(f"- {fmt_.upper()} batch outputs byte-identical: {'met' if m['identical'] else 'NOT met'}")
+        lines.append(f"- {fmt_.upper()} batch peak memory within the {BATCH_BUDGET_MB} MB budget "
+                     f"({m['rss']:.0f} MB): {'met' if m['rss'] <= BATCH_BUDGET_MB else 'NOT met'}")
+    return lines
+
+
 def targets(results, extras):
     lines = ["## Targets", ""]
 
@@ -528,6 +621,7 @@ def targets(results, extras):
     if kodak.get("brevona") and kodak.get("imagemagick"):
         line(f"PNG lossless bytes ≤ ImageMagick over all 24 Kodak ({kodak['brevona'] / kodak['imagemagick']:.3f}x)",
              kodak["brevona"] <= kodak["imagemagick"])
+    lines += batch_targets(extras.get("batch", {}))
     multiple = extras.get("limit", {}).get("multiple")
     if multiple is not None:
         lines.append(f"- Size-limited search: {multiple:.1f}x one encode")

@@ -38,6 +38,9 @@ const QCommandLineOption kNoMaxSize(QStringLiteral("no-max-size"), QStringLitera
 const QCommandLineOption kNoMinSaving(QStringLiteral("no-min-saving"), QStringLiteral("keep every output"));
 
 const QString kNotUtf8 = QStringLiteral("File name is not valid UTF-8");
+const QCommandLineOption kJobs(QStringLiteral("jobs"),
+                               QStringLiteral("images encoded at once (1: one at a time)"),
+                               QStringLiteral("N"));
 
 /// A whole number in [minimum, maximum], or nothing.
 std::optional<qint64> boundedInteger(const QString& text, qint64 minimum, qint64 maximum)
@@ -105,6 +108,7 @@ QString CompressCommand::help() const
         "  --no-min-saving   keep every output\n"
         "  --suffix S        appended to output names (default -web)\n"
         "  --out DIR         write outputs into DIR instead of beside the originals\n"
+        "  --jobs N          encode up to N images at once (default: one per core; 1: one at a time)\n"
         "  --json            print one JSON object with every result and the summary\n"
         "  --verbose         show the engine's diagnostic log\n"
         "\n"
@@ -230,7 +234,7 @@ int CompressCommand::run(const QStringList& arguments)
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     parser.addOptions({kFormat, kMode, kMaxEdge, kMaxSize, kMinSaving, kSuffix, kOut, kJson, kNoMaxEdge,
-                       kNoMaxSize, kNoMinSaving});
+                       kNoMaxSize, kNoMinSaving, kJobs});
     if (!parser.parse(QStringList{name()} + arguments)) {
         CliOutput::error(parser.errorText());
         CliOutput::err(QStringLiteral("usage: brevona-cli ") + synopsis());
@@ -252,6 +256,14 @@ int CompressCommand::run(const QStringList& arguments)
         return UsageError;
     }
 
+    // How the batch runs, not what it produces: outputs are the same whatever the number, so it
+    // goes to the engine rather than into the settings snapshot.
+    std::optional<qint64> jobs = 0;
+    if (parser.isSet(kJobs) && !(jobs = boundedInteger(parser.value(kJobs), 1, 1024))) {
+        CliOutput::error(QStringLiteral("--jobs needs a whole number of jobs above 0"));
+        return UsageError;
+    }
+
     QStringList emptyFolders;
     const QStringList inputs = InputFiles::expanded(files, settings->suffix, &emptyFolders);
     for (const QString& folder : emptyFolders)
@@ -270,7 +282,8 @@ int CompressCommand::run(const QStringList& arguments)
     const SessionResult engineSession = ImageCompressor::shared().compressBatch(
         paths, *settings, [&progress](int current, int total, const QString& label) {
             progress.report(current, total, label);
-        });
+        },
+        static_cast<int>(*jobs));
 
     // Refused names take their place among the engine's results (a PDF gives one per page).
     SessionResult session;

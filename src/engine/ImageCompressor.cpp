@@ -1,26 +1,28 @@
 #include "engine/ImageCompressor.h"
 
+#include <algorithm>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
 #include <optional>
+#include <vector>
 
 #include <vips/vips8>
 
+#include <QFile>
 #include <QFileInfo>
+#include <QThread>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include "engine/ImageDecoder.h"
 #include "engine/ImageScaler.h"
 #include "engine/OutputTarget.h"
 #include "engine/SizeLimitedWriter.h"
+#include "engine/VipsRuntime.h"
 #include "platform/Logging.h"
 #include "platform/ScopedAccess.h"
 
 namespace {
-
-struct Job
-{
-    QString path;
-    std::optional<int> pageIndex;
-};
 
 /// Size in bytes of a file; 0 when it cannot be read.
 qint64 fileSize(const QString& path)
@@ -46,25 +48,38 @@ CompressionResult cannotDecode(CompressionResult result, const QString& fileName
     return result;
 }
 
-/// Encodes `image` as `format` and writes it to the first free name of `target`: one encode at the
-/// mode's quality, or the size-limited search when `limitOutputFileSize` is on.
-std::optional<QString> writeImage(const vips::VImage& image, OutputFormat format, const OutputTarget& target,
-                                  const CompressionSettings& settings)
-{
-    return SizeLimitedWriter(format, settings).write(image, target);
-}
-
 } // namespace
 
-ImageCompressor::ImageCompressor()
+struct ImageCompressor::Job
 {
-    m_worker.setMaxThreadCount(1); // jobs strictly in sequence, batches first in, first out
+    QString path;
+    std::optional<int> pageIndex;
+};
+
+/// What a job's encoding hands to its commit: the result so far (with an error when the job
+/// already failed), the bytes and where they go.
+struct ImageCompressor::Encoded
+{
+    CompressionResult result;
+    QByteArray bytes;
+    QString baseName;
+    QString extension;
+    /// Pages of the PDF a page job came from (they share the document's size); 0 for an image.
+    int pdfPages = 0;
+};
+
+ImageCompressor::ImageCompressor() : ImageCompressor(ImageEncoder()) {}
+
+ImageCompressor::ImageCompressor(ImageEncoder encoder) : m_encoder(std::move(encoder))
+{
+    m_worker.setMaxThreadCount(1); // batches first in, first out
     m_worker.setExpiryTimeout(-1);
 }
 
 ImageCompressor::~ImageCompressor()
 {
     m_worker.waitForDone();
+    m_encoders.waitForDone();
 }
 
 ImageCompressor& ImageCompressor::shared()
@@ -73,44 +88,99 @@ ImageCompressor& ImageCompressor::shared()
     return instance;
 }
 
+int ImageCompressor::defaultJobs()
+{
+    return std::max(1, QThread::idealThreadCount());
+}
+
 QFuture<SessionResult> ImageCompressor::compress(const QStringList& paths,
                                                  const CompressionSettings& settings,
-                                                 ProgressCallback progress)
+                                                 ProgressCallback progress, int jobs)
 {
-    return QtConcurrent::run(&m_worker, [this, paths, settings, progress = std::move(progress)] {
-        return compressBatch(paths, settings, progress);
+    return QtConcurrent::run(&m_worker, [this, paths, settings, progress = std::move(progress), jobs] {
+        return compressBatch(paths, settings, progress, jobs);
     });
 }
 
 SessionResult ImageCompressor::compressBatch(const QStringList& paths, const CompressionSettings& settings,
-                                             const ProgressCallback& progress)
+                                             const ProgressCallback& progress, int jobs)
 {
-    QList<Job> jobs;
+    QList<Job> list;
     for (const QString& path : paths) {
         if (QFileInfo(path).suffix().toLower() != QLatin1String("pdf")) {
-            jobs.append({path, std::nullopt});
+            list.append({path, std::nullopt});
             continue;
         }
         const ScopedAccess access(path);
         const int pages = ImageDecoder::pdfPageCount(path);
         if (pages < 1)
-            jobs.append({path, std::nullopt}); // fails to decode as an image, giving one result
+            list.append({path, std::nullopt}); // fails to decode as an image, giving one result
         for (int page = 0; page < pages; ++page)
-            jobs.append({path, page});
+            list.append({path, page});
     }
+    const int total = static_cast<int>(list.size());
+    const int parallel = std::clamp(jobs > 0 ? jobs : defaultJobs(), 1, std::max(total, 1));
+    VipsRuntime::shareCores(parallel);
+    m_encoders.setMaxThreadCount(parallel);
 
+    // Jobs are handed out in order and committed in order. Encoded jobs waiting for an earlier
+    // one to commit hold their bytes, so at most `parallel - 1` of them wait beside the running ones.
+    const int window = 2 * parallel - 1;
+    std::mutex mutex;
+    std::condition_variable finished;
+    std::vector<std::optional<Encoded>> encoded(list.size());
+    int running = 0;
+    qint64 bytesInFlight = 0;
+
+    int estimated = -1; // the job `estimate` is for
+    qint64 estimate = 0;
+    int next = 0;
     SessionResult session;
-    const int total = static_cast<int>(jobs.size());
-    for (int i = 0; i < total; ++i) {
-        const Job& job = jobs[i];
-        QString label = QFileInfo(job.path).fileName();
-        if (job.pageIndex)
-            label += QStringLiteral(" p") + QString::number(*job.pageIndex + 1);
-        if (progress)
-            progress(i, total, label);
-        session.results.append(job.pageIndex ? compressPDFPage(job.path, *job.pageIndex, settings)
-                                             : compressOne(job.path, settings));
+    for (int done = 0; done < total; ++done) {
+        std::unique_lock lock(mutex);
+        while (!encoded[done]) {
+            while (next < total && next - done < window) {
+                const Job& job = list[next];
+                if (estimated != next) {
+                    // Pages of one PDF share the estimate of its first page.
+                    const bool samePDF = next > 0 && job.pageIndex && *job.pageIndex > 0;
+                    lock.unlock();
+                    if (!samePDF)
+                        estimate = ImageDecoder::estimatedDecodedBytes(job.path);
+                    estimated = next;
+                    lock.lock();
+                }
+                if (running > 0 && (running >= parallel || bytesInFlight + estimate > kMemoryBudget))
+                    break;
+                ++running;
+                bytesInFlight += estimate;
+                lock.unlock();
+
+                QString label = QFileInfo(job.path).fileName();
+                if (job.pageIndex)
+                    label += QStringLiteral(" p") + QString::number(*job.pageIndex + 1);
+                if (progress)
+                    progress(next, total, label);
+                m_encoders.start([&, index = next, held = estimate] {
+                    Encoded result = encode(list[index], settings);
+                    const std::lock_guard guard(mutex);
+                    encoded[index] = std::move(result);
+                    --running;
+                    bytesInFlight -= held;
+                    finished.notify_one();
+                });
+                ++next;
+                lock.lock();
+            }
+            if (!encoded[done])
+                finished.wait(lock);
+        }
+        Encoded job = std::move(*encoded[done]);
+        encoded[done].reset();
+        lock.unlock();
+        session.results.append(commit(std::move(job), settings));
     }
+    m_encoders.waitForDone();
     if (progress)
         progress(total, total, QString());
     return session;
@@ -118,12 +188,48 @@ SessionResult ImageCompressor::compressBatch(const QStringList& paths, const Com
 
 CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const CompressionSettings& settings)
 {
+    return commit(encodeImage(sourcePath, settings), settings);
+}
+
+CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int pageIndex,
+                                                   const CompressionSettings& settings)
+{
+    return commit(encodePDFPage(pdfPath, pageIndex, settings), settings);
+}
+
+ImageCompressor::Encoded ImageCompressor::encode(const Job& job, const CompressionSettings& settings) const
+{
+    try {
+        return job.pageIndex ? encodePDFPage(job.path, *job.pageIndex, settings)
+                             : encodeImage(job.path, settings);
+    } catch (const std::exception& error) { // out of memory, most likely: this job fails, the batch goes on
+        qCWarning(lcCompression).noquote() << QStringLiteral("encode FAILED: %1").arg(error.what());
+        Encoded failed{resultFor(job.path)};
+        failed.result.error = CompressorError::CannotDecode;
+        return failed;
+    }
+}
+
+ImageCompressor::Encoded ImageCompressor::encodeImage(const QString& sourcePath,
+                                                      const CompressionSettings& settings) const
+{
     const QFileInfo source(sourcePath);
     const ScopedAccess sourceAccess(sourcePath);
-    const ScopedAccess folderAccess(source.absolutePath());
-
-    CompressionResult result = resultFor(sourcePath);
+    const OutputFormat format = resolvedFormat(settings.outputFormat, sourcePath);
+    Encoded job{resultFor(sourcePath),
+                {},
+                source.completeBaseName() + settings.suffix,
+                OutputFormats::fileExtension(format)};
     qCDebug(lcCompression).noquote() << QStringLiteral("compressOne: %1").arg(source.fileName());
+
+    if (m_encoder) {
+        std::optional<QByteArray> bytes = m_encoder(sourcePath, settings);
+        if (!bytes)
+            job.result = cannotDecode(std::move(job.result), source.fileName());
+        else
+            job.bytes = std::move(*bytes);
+        return job;
+    }
 
     // One encode reads the pixels as they are decoded: no full copy to allocate, fault in and
     // fill (an eighth of a 24 MP JPEG's time). The size-limited search encodes many times, from memory.
@@ -137,75 +243,92 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
         return image;
     };
     std::optional<vips::VImage> image = input(streamed);
-    if (!image)
-        return cannotDecode(std::move(result), source.fileName());
-
-    const OutputFormat format = resolvedFormat(settings.outputFormat, sourcePath);
-    const OutputTarget target(outputFolder(sourcePath, settings), source.completeBaseName() + settings.suffix,
-                              OutputFormats::fileExtension(format));
-    if (target.checkWritable()) { // said before a whole encode is spent on it
-        result.error = CompressorError::FinalizeFailed;
-        return result;
+    if (!image) {
+        job.result = cannotDecode(std::move(job.result), source.fileName());
+        return job;
     }
+    if (unwritable(sourcePath, job, settings)) // said before a whole encode is spent on it
+        return job;
     SizeLimitedWriter writer(format, settings);
-    std::optional<QString> written = writer.write(*image, target);
-    if (!written && streamed && !writer.attempts().isEmpty() && !writer.attempts().last().encoded()) {
+    std::optional<QByteArray> bytes = writer.encoded(*image);
+    if (!bytes && streamed && !writer.attempts().isEmpty() && !writer.attempts().last().encoded()) {
         // A streamed encode also fails when the decoder gives up halfway (a truncated file).
         // Running the job again from memory tells a bad input from a failing encoder.
         image = input(false);
-        if (!image)
-            return cannotDecode(std::move(result), source.fileName());
-        written = writer.write(*image, target);
+        if (!image) {
+            job.result = cannotDecode(std::move(job.result), source.fileName());
+            return job;
+        }
+        bytes = writer.encoded(*image);
     }
+    if (!bytes)
+        job.result.error = CompressorError::FinalizeFailed;
+    else
+        job.bytes = std::move(*bytes);
+    return job;
+}
+
+ImageCompressor::Encoded ImageCompressor::encodePDFPage(const QString& pdfPath, int pageIndex,
+                                                        const CompressionSettings& settings)
+{
+    const QFileInfo source(pdfPath);
+    const ScopedAccess sourceAccess(pdfPath);
+    // Pages keep their rendered size; "original" has no page format to keep, so it means JPEG.
+    const OutputFormat format =
+        settings.outputFormat == OutputFormat::Original ? OutputFormat::Jpeg : settings.outputFormat;
+    Encoded job{resultFor(pdfPath),
+                {},
+                source.completeBaseName() + settings.suffix + QStringLiteral("-p") +
+                    QString::number(pageIndex + 1),
+                OutputFormats::fileExtension(format)};
+
+    // A page past the end fails to render; the page itself carries the document's page count,
+    // so each page job opens the PDF once.
+    const std::optional<vips::VImage> page = ImageDecoder::renderPDFPage(pdfPath, pageIndex);
+    if (!page) {
+        job.result = cannotDecode(std::move(job.result), source.fileName());
+        return job;
+    }
+    job.pdfPages = ImageDecoder::pageCountOf(*page);
+    if (unwritable(pdfPath, job, settings))
+        return job;
+    std::optional<QByteArray> bytes = SizeLimitedWriter(format, settings).encoded(*page);
+    if (!bytes)
+        job.result.error = CompressorError::FinalizeFailed;
+    else
+        job.bytes = std::move(*bytes);
+    return job;
+}
+
+bool ImageCompressor::unwritable(const QString& sourcePath, Encoded& job, const CompressionSettings& settings)
+{
+    if (!OutputTarget(outputFolder(sourcePath, settings), job.baseName, job.extension).checkWritable())
+        return false;
+    job.result.error = CompressorError::FinalizeFailed;
+    return true;
+}
+
+CompressionResult ImageCompressor::commit(Encoded encoded, const CompressionSettings& settings)
+{
+    CompressionResult result = std::move(encoded.result);
+    if (result.error)
+        return result;
+    const ScopedAccess folderAccess(QFileInfo(result.sourceURL).absolutePath());
+    const OutputTarget target(outputFolder(result.sourceURL, settings), encoded.baseName, encoded.extension);
+    const std::optional<QString> written = target.write(encoded.bytes);
     if (!written) {
         result.error = CompressorError::FinalizeFailed;
         return result;
     }
-
     result.compressedSize = fileSize(*written);
-    if (!keepsOutput(result.originalSize, result.compressedSize, settings)) {
+    if (encoded.pdfPages > 0) {
+        result.originalSize /= encoded.pdfPages;
+    } else if (!keepsOutput(result.originalSize, result.compressedSize, settings)) {
         QFile::remove(*written); // only the file this job wrote
         result.compressedSize = result.originalSize;
         result.error = CompressorError::SavingsBelowThreshold;
         return result;
     }
-    result.outputURL = *written;
-    return result;
-}
-
-CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int pageIndex,
-                                                   const CompressionSettings& settings)
-{
-    const QFileInfo source(pdfPath);
-    const ScopedAccess sourceAccess(pdfPath);
-    const ScopedAccess folderAccess(source.absolutePath());
-
-    CompressionResult result = resultFor(pdfPath);
-
-    // A page past the end fails to render; the page itself carries the document's page count,
-    // so each page job opens the PDF once.
-    const std::optional<vips::VImage> page = ImageDecoder::renderPDFPage(pdfPath, pageIndex);
-    if (!page)
-        return cannotDecode(std::move(result), source.fileName());
-
-    // Pages keep their rendered size; "original" has no page format to keep, so it means JPEG.
-    const OutputFormat format =
-        settings.outputFormat == OutputFormat::Original ? OutputFormat::Jpeg : settings.outputFormat;
-    const OutputTarget target(outputFolder(pdfPath, settings),
-                              source.completeBaseName() + settings.suffix + QStringLiteral("-p") +
-                                  QString::number(pageIndex + 1),
-                              OutputFormats::fileExtension(format));
-    if (target.checkWritable()) {
-        result.error = CompressorError::FinalizeFailed;
-        return result;
-    }
-    const std::optional<QString> written = writeImage(*page, format, target, settings);
-    if (!written) {
-        result.error = CompressorError::FinalizeFailed;
-        return result;
-    }
-    result.originalSize /= ImageDecoder::pageCountOf(*page);
-    result.compressedSize = fileSize(*written);
     result.outputURL = *written;
     return result;
 }

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 
+#include <QByteArray>
 #include <QFuture>
 #include <QStringList>
 #include <QThreadPool>
@@ -13,36 +15,53 @@
 /**
  * The engine: compresses a list of files with one settings snapshot.
  *
- * PDFs expand into one job per page. Jobs run one after another on a single worker thread, and
- * batches run first in, first out; libvips and the encoders may use more cores inside a job.
+ * PDFs expand into one job per page. Batches run first in, first out. Inside a batch, up to
+ * `jobs` images are decoded, scaled and encoded at once (one per core by default) while the
+ * decoded pixels in flight stay within `kMemoryBudget`; each job's output is then named, written
+ * and kept or deleted strictly in job order, so names, bytes, results and progress reports are
+ * the same as when jobs run one at a time.
  * Nothing throws: every failure becomes a result with an error. Originals are never modified.
  * @code
  * QFuture<SessionResult> done = ImageCompressor::shared().compress(
  *     {"/home/me/a.png"}, CompressionSettings::current(),
- *     [](int current, int total, const QString& label) { ... }); // called on the worker thread
+ *     [](int current, int total, const QString& label) { ... }); // called on the batch's thread
  * @endcode
  */
 class ImageCompressor final
 {
 public:
-    /// (index of the job about to run, number of jobs, label); last call is (total, total, "").
+    /// (index of the job about to start, number of jobs, label); last call is (total, total, "").
     using ProgressCallback = std::function<void(int current, int total, const QString& label)>;
+    /// Decode, scale and encode of one image file in one: the output's bytes, or nothing when the
+    /// file cannot be decoded.
+    using ImageEncoder = std::function<std::optional<QByteArray>(const QString& sourcePath,
+                                                                 const CompressionSettings& settings)>;
+
+    /// Decoded pixels (as `ImageDecoder::estimatedDecodedBytes` estimates them) that the jobs of a
+    /// batch may hold at once; a job that alone needs more runs alone.
+    static constexpr qint64 kMemoryBudget = 1'000'000'000;
 
     ImageCompressor();
+    /// An engine that turns image files into bytes with `encoder` (tests make jobs finish out of
+    /// order with it); naming, writing and PDF pages stay the engine's own.
+    explicit ImageCompressor(ImageEncoder encoder);
     ~ImageCompressor();
     ImageCompressor(const ImageCompressor&) = delete;
     ImageCompressor& operator=(const ImageCompressor&) = delete;
 
     /// The process's one instance, created on first use.
     static ImageCompressor& shared();
+    /// Jobs of a batch encoded at once unless told otherwise: one per core.
+    static int defaultJobs();
 
-    /// Queues a batch on the worker; progress is reported from the worker thread.
+    /// Queues a batch; `jobs` < 1 means `defaultJobs()`. Progress is reported from the batch's thread.
     QFuture<SessionResult> compress(const QStringList& paths, const CompressionSettings& settings,
-                                    ProgressCallback progress);
+                                    ProgressCallback progress, int jobs = 0);
 
-    /// Runs a batch on the calling thread (the worker's body; tests call it directly).
+    /// Runs a batch, its jobs' encoding on up to `jobs` threads (< 1: `defaultJobs()`), reporting
+    /// progress and committing outputs from the calling thread (the worker's body; tests call it directly).
     SessionResult compressBatch(const QStringList& paths, const CompressionSettings& settings,
-                                const ProgressCallback& progress);
+                                const ProgressCallback& progress, int jobs = 0);
 
     /// One image file: decode, scale, name, encode, write, apply the minimum-saving rule.
     CompressionResult compressOne(const QString& sourcePath, const CompressionSettings& settings);
@@ -62,5 +81,19 @@ public:
     static QString outputFolder(const QString& sourcePath, const CompressionSettings& settings);
 
 private:
-    QThreadPool m_worker;
+    struct Job;
+    struct Encoded;
+
+    /// The part of a job that may run beside others: everything up to the output's bytes.
+    Encoded encode(const Job& job, const CompressionSettings& settings) const;
+    Encoded encodeImage(const QString& sourcePath, const CompressionSettings& settings) const;
+    static Encoded encodePDFPage(const QString& pdfPath, int pageIndex, const CompressionSettings& settings);
+    /// Marks `job` failed when its output folder cannot take the file (logged with the reason).
+    static bool unwritable(const QString& sourcePath, Encoded& job, const CompressionSettings& settings);
+    /// The part that runs in job order: name, write, measure, keep or delete.
+    static CompressionResult commit(Encoded encoded, const CompressionSettings& settings);
+
+    ImageEncoder m_encoder;
+    QThreadPool m_worker;   // batches, one at a time
+    QThreadPool m_encoders; // the jobs of the running batch
 };

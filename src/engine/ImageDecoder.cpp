@@ -230,6 +230,38 @@ std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
     }
 }
 
+qint64 ImageDecoder::estimatedDecodedBytes(const QString& path)
+{
+    constexpr qint64 kCopies = 2;
+    // LibRaw works on four 16-bit samples per pixel before it hands over 8-bit RGB.
+    constexpr qint64 kRawWorkingBytesPerPixel = 8;
+    if (!VipsRuntime::ensureStarted())
+        return 0;
+    if (isCameraRaw(path)) {
+        auto processor = std::make_unique<LibRaw>();
+        if (processor->open_file(QFile::encodeName(path).constData()) != LIBRAW_SUCCESS)
+            return 0;
+        const libraw_image_sizes_t& sizes = processor->imgdata.sizes;
+        if (!fitsPixelLimit(sizes.raw_width, sizes.raw_height) || !fitsPixelLimit(sizes.width, sizes.height))
+            return 0;
+        const qint64 pixels = qint64(sizes.width) * sizes.height;
+        return pixels * kRawWorkingBytesPerPixel + pixels * 3 * kCopies;
+    }
+    try {
+        const bool pdf = QFileInfo(path).suffix().toLower() == QLatin1String("pdf");
+        const vips::VImage header =
+            pdf ? vips::VImage::pdfload(QFile::encodeName(path).constData(),
+                                        vips::VImage::option()->set("n", 1)->set("scale", kPDFScale))
+                : loadLazily(path);
+        if (!fitsPixelLimit(header.width(), header.height()))
+            return 0;
+        return qint64(header.width()) * header.height() * header.bands() *
+               qint64(vips_format_sizeof(header.format())) * kCopies;
+    } catch (const vips::VError&) {
+        return 0;
+    }
+}
+
 int ImageDecoder::pdfPageCount(const QString& path)
 {
     if (!VipsRuntime::ensureStarted())

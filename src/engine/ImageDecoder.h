@@ -46,6 +46,14 @@ public:
     /// Page count of the PDF a rendered page came from, without opening the document again.
     static int pageCountOf(const vips::VImage& page);
 
+    /**
+     * Memory that decoding `path` may take, from its header alone (a PDF: its first page at
+     * `kPDFScale`): the decoded pixels twice over, for the working copy that a scaled, turned or
+     * converted image or an encoder's own input buffer takes beside them. 0 when the header cannot
+     * be read or is over `kMaxPixels`: such a file is refused before any pixel is decoded.
+     */
+    static qint64 estimatedDecodedBytes(const QString& path);
+
     /// Whether the extension names a camera RAW format decoded through LibRaw.
     static bool isCameraRaw(const QString& path);
 

@@ -66,18 +66,21 @@ qint64 SizeLimitedWriter::targetBytes(qint64 maxFileSizeKB)
 
 std::optional<QString> SizeLimitedWriter::write(const vips::VImage& image, const OutputTarget& target)
 {
-    m_attempts.clear();
-    m_last.reset();
-    std::optional<QByteArray> bytes;
-    if (!m_limited)
-        bytes = encode(image, 1.0, m_quality);
-    else if (m_format == OutputFormat::Png)
-        bytes = writePNG(image, targetBytes(m_maxFileSizeKB));
-    else
-        bytes = writeLossy(image, targetBytes(m_maxFileSizeKB));
+    const std::optional<QByteArray> bytes = encoded(image);
     if (!bytes)
         return std::nullopt;
     return target.write(*bytes);
+}
+
+std::optional<QByteArray> SizeLimitedWriter::encoded(const vips::VImage& image)
+{
+    m_attempts.clear();
+    m_last.reset();
+    if (!m_limited)
+        return encode(image, 1.0, m_quality);
+    if (m_format == OutputFormat::Png)
+        return writePNG(image, targetBytes(m_maxFileSizeKB));
+    return writeLossy(image, targetBytes(m_maxFileSizeKB));
 }
 
 std::optional<QByteArray> SizeLimitedWriter::encode(const vips::VImage& image, double scale, double quality)

@@ -59,6 +59,8 @@ public:
 
     /// Writes `image` under the first free name of `target`; the path written, or nothing.
     std::optional<QString> write(const vips::VImage& image, const OutputTarget& target);
+    /// The bytes `write` would write, without writing them; nothing when the encoder failed.
+    std::optional<QByteArray> encoded(const vips::VImage& image);
 
     /// Every encode of the last write, in order.
     const QList<Attempt>& attempts() const { return m_attempts; }

@@ -1,5 +1,6 @@
 #include "engine/VipsRuntime.h"
 
+#include <algorithm>
 #include <mutex>
 
 #if defined(__GLIBC__)
@@ -7,6 +8,8 @@
 #endif
 
 #include <vips/vips8>
+
+#include <QThread>
 
 #include "platform/Logging.h"
 
@@ -56,4 +59,10 @@ void VipsRuntime::releaseMemory()
     // glibc keeps freed pages of every thread's arena mapped until asked.
     malloc_trim(0);
 #endif
+}
+
+void VipsRuntime::shareCores(int jobs)
+{
+    if (ensureStarted())
+        vips_concurrency_set(std::max(1, QThread::idealThreadCount() / std::max(1, jobs)));
 }

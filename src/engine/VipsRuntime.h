@@ -22,4 +22,8 @@ public:
     /// Gives back the allocator's free pages that finished jobs left behind (libvips' operation
     /// cache is off, so it holds nothing). For long-running processes, between batches.
     static void releaseMemory();
+
+    /// Sizes libvips' worker pool (per process) so that `jobs` images processed at once keep
+    /// about one thread per core between them, instead of each taking a thread per core.
+    static void shareCores(int jobs);
 };

@@ -142,6 +142,8 @@ private Q_SLOTS:
             << QStringList{"--no-max-size", "--no-max-edge"} << 0 << "Done · files were already optimized"
             << QStringList{"limitOutputFileSize", "true", "maxFileSizeKB", "1",
                            "limitLongestEdge",    "true", "longestEdgePx", "8"};
+        QTest::newRow("one job at a time")
+            << QStringList{"--jobs", "1"} << 0 << "Done · files were already optimized" << QStringList{};
     }
     void exitCodes()
     {
@@ -180,6 +182,8 @@ private Q_SLOTS:
         QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"} << "whole number";
         QTest::newRow("edge not a number") << QStringList{"compress", "--max-edge", "big", "x.jpg"} << "";
         QTest::newRow("saving above 100") << QStringList{"compress", "--min-saving", "101", "x.jpg"} << "100";
+        QTest::newRow("zero jobs") << QStringList{"compress", "--jobs", "0", "x.jpg"} << "--jobs";
+        QTest::newRow("jobs not a number") << QStringList{"compress", "--jobs", "all", "x.jpg"} << "--jobs";
         QTest::newRow("missing out folder")
             << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"} << "does not exist";
         QTest::newRow("a limit and its opposite")

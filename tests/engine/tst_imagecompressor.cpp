@@ -1,3 +1,4 @@
+#include <atomic>
 #include <memory>
 #include <tuple>
 
@@ -286,6 +287,78 @@ private Q_SLOTS:
         QCOMPARE(session.results[4].compressedSize, 0);
         QVERIFY(!session.results[4].outputURL);
         QCOMPARE(session.succeededCount(), 5);
+    }
+
+    // Jobs that finish out of order (the first sleeps longest) are still reported, named,
+    // written and judged by the minimum-saving rule in job order.
+    void jobsFinishingOutOfOrderCommitInOrder_data()
+    {
+        QTest::addColumn<int>("jobs");
+        QTest::newRow("one at a time") << 1;
+        QTest::newRow("two") << 2;
+        QTest::newRow("four") << 4;
+    }
+    void jobsFinishingOutOfOrderCommitInOrder()
+    {
+        QFETCH(int, jobs);
+        const QByteArray original(1000, 'o');
+        const QString a = made(QStringLiteral("a.png"), original);
+        const QString grows = made(QStringLiteral("x.png"), original); // its output would be larger
+        const QString bad = made(QStringLiteral("bad.png"), original);
+        const QString shrinks = made(QStringLiteral("x.jpg"), original); // takes the name x.png gave up
+        const QStringList paths{a, a, grows, bad, a, shrinks};
+
+        std::atomic<int> calls = 0;
+        std::atomic<int> inFlight = 0;
+        std::atomic<int> mostInFlight = 0;
+        ImageCompressor engine([&](const QString& sourcePath, const CompressionSettings&) {
+            const int now = ++inFlight;
+            for (int most = mostInFlight; now > most && !mostInFlight.compare_exchange_weak(most, now);) {
+            }
+            QThread::msleep(40 * (paths.size() - calls++));
+            --inFlight;
+            const QString name = QFileInfo(sourcePath).fileName();
+            return name == QLatin1String("bad.png")
+                       ? std::nullopt
+                       : std::optional(
+                             QByteArray(name == QLatin1String("x.png") ? 2000 : 100, name.at(0).toLatin1()));
+        });
+        CompressionSettings settings = defaults();
+        settings.requireMinSavingPercent = true;
+        QList<Progress> progress;
+        const SessionResult session = engine.compressBatch(
+            paths, settings,
+            [&progress](int i, int total, const QString& label) {
+                progress.append({i, total, label});
+            },
+            jobs);
+
+        QCOMPARE(progress, (QList<Progress>{{0, 6, "a.png"},
+                                            {1, 6, "a.png"},
+                                            {2, 6, "x.png"},
+                                            {3, 6, "bad.png"},
+                                            {4, 6, "a.png"},
+                                            {5, 6, "x.jpg"},
+                                            {6, 6, QString()}}));
+        QStringList sources;
+        QStringList outputs;
+        for (const CompressionResult& result : session.results) {
+            sources.append(QFileInfo(result.sourceURL).fileName());
+            outputs.append(result.outputURL ? QFileInfo(*result.outputURL).fileName()
+                                            : CompressorErrors::errorDescription(*result.error));
+        }
+        QCOMPARE(sources, (QStringList{"a.png", "a.png", "x.png", "bad.png", "a.png", "x.jpg"}));
+        QCOMPARE(outputs,
+                 (QStringList{"a-web.jpg", "a-web_2.jpg",
+                              CompressorErrors::errorDescription(CompressorError::SavingsBelowThreshold),
+                              CompressorErrors::errorDescription(CompressorError::CannotDecode),
+                              "a-web_3.jpg", "x-web.jpg"}));
+        QFile taken(path(QStringLiteral("x-web.jpg")));
+        QVERIFY(taken.open(QIODevice::ReadOnly));
+        QCOMPARE(taken.readAll(), QByteArray(100, 'x'));
+        QVERIFY(mostInFlight <= jobs);
+        if (jobs > 1)
+            QVERIFY(mostInFlight > 1);
     }
 
     void emptyBatchReportsOnce()
