@@ -155,35 +155,59 @@ std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
 
 vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
 {
+    // Colour and alpha are converted apart: a colour transform scales only the colour bands, and
+    // an alpha left in 16-bit units would clip to opaque when cast to 8 bits.
+    // Packed pixels (LabQ in TIFF, Radiance) are unpacked before their bands mean anything.
+    if (image.coding() == VIPS_CODING_LABQ)
+        image = image.LabQ2Lab();
+    else if (image.coding() == VIPS_CODING_RAD)
+        image = image.rad2float();
+    std::optional<vips::VImage> alpha;
+    const double alphaMax = image.format() == VIPS_FORMAT_USHORT ? 65535.0 : 255.0;
+    if (image.has_alpha()) {
+        alpha = image.extract_band(image.bands() - 1);
+        vips::VImage colour = image.extract_band(0, vips::VImage::option()->set("n", image.bands() - 1));
+        image = colour.copy(vips::VImage::option()->set("interpretation", image.interpretation()));
+    }
+
+    bool transformed = false;
     if (image.get_typeof(VIPS_META_ICC_NAME) != 0 && !hasSRGBProfile(image)) {
         try {
             image =
                 image.icc_transform("srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
+            transformed = true;
         } catch (const vips::VError&) {
-            // A profile that does not fit the pixels (or is damaged) is ignored, as if absent.
-            image.remove(VIPS_META_ICC_NAME);
+            vips_error_clear();
         }
+        // A profile that does not fit the pixels (or is damaged) is ignored, as if absent.
+        if (!transformed)
+            image.remove(VIPS_META_ICC_NAME);
     }
-    if (image.interpretation() != VIPS_INTERPRETATION_sRGB) {
+    if (!transformed && image.interpretation() != VIPS_INTERPRETATION_sRGB) {
         try {
             image = image.colourspace(VIPS_INTERPRETATION_sRGB);
         } catch (const vips::VError&) {
-            // Unusual interpretations (multiband, histogram...): keep the numbers as they are.
+            vips_error_clear(); // multiband, histogram...: keep the numbers as they are
         }
     }
     if (image.format() != VIPS_FORMAT_UCHAR)
         image = image.cast(VIPS_FORMAT_UCHAR,
                            vips::VImage::option()->set("shift", image.format() == VIPS_FORMAT_USHORT));
 
-    const int bands = image.bands();
-    if (bands <= 2) {
+    if (image.bands() < 3) {
         const vips::VImage grey = image.extract_band(0);
-        const vips::VImage rgb = vips::VImage::bandjoin({grey, grey, grey});
-        image = bands == 2 ? rgb.bandjoin(image.extract_band(1)) : rgb;
-    } else if (bands > 4) {
+        image = vips::VImage::bandjoin({grey, grey, grey});
+    } else if (image.bands() > 3) {
         image = image.extract_band(0, vips::VImage::option()->set("n", 3));
     }
-    return image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+    if (alpha) {
+        vips::VImage alpha8 = *alpha;
+        if (alphaMax != 255.0)
+            alpha8 = alpha8 * (255.0 / alphaMax);
+        image = image.bandjoin(alpha8.cast(VIPS_FORMAT_UCHAR));
+    }
+    image = image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+    return image;
 }
 
 std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)

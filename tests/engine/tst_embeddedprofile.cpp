@@ -69,6 +69,9 @@ private Q_SLOTS:
                                              << "" << true;
         QTest::newRow("channel-swapping profile converted") << "rgb-to-gbr-250.jpg"
                                                             << "" << true;
+        // Colour converted from 16 bits, alpha kept: 82 of 255 stays 82, not clipped opaque.
+        QTest::newRow("16-bit RGBA with Adobe RGB converted") << "shoes-adobergb-150x100.jpg"
+                                                              << "rgba16" << true;
         // Damaged profiles: the name cannot be read, and the transform refuses them, so the
         // pixels stay as stored.
         QTest::newRow("sRGB profile truncated") << "srgb-icc-302x403.jpg"
@@ -86,7 +89,7 @@ private Q_SLOTS:
 
         const vips::VImage stored = rawPixels(EngineFixtures::dataPath(fixture));
         vips::VImage image = stored.copy();
-        if (!edit.isEmpty()) {
+        if (!edit.isEmpty() && edit != "rgba16") {
             QByteArray icc = profileOf(EngineFixtures::dataPath(fixture));
             const qsizetype desc = tagEntry(icc, "desc");
             QVERIFY(desc > 0);
@@ -98,6 +101,17 @@ private Q_SLOTS:
                 putBigEndian32(icc, desc + 8, 0xffffffff);
             vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, icc.constData(),
                                      size_t(icc.size()));
+        }
+        if (edit == "rgba16") {
+            image = (image.bandjoin_const({82}).cast(VIPS_FORMAT_USHORT) * 257)
+                        .cast(VIPS_FORMAT_USHORT)
+                        .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
+            const vips::VImage decoded = ImageDecoder::toSRGB8(image);
+            QCOMPARE(decoded.bands(), 4);
+            QCOMPARE(decoded.extract_band(3).min(), 82.0);
+            QCOMPARE(decoded.extract_band(3).max(), 82.0);
+            QVERIFY(maxDifference(decoded.extract_band(0, vips::VImage::option()->set("n", 3)), stored) > 8);
+            return;
         }
 
         const vips::VImage converted8 = ImageDecoder::toSRGB8(image);
