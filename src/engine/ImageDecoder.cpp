@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include <lcms2.h>
 #include <libraw/libraw.h>
 
 #include <QFile>
@@ -103,6 +104,31 @@ bool hasSRGBProfile(const vips::VImage& image)
     return kSRGB.contains(profileDescription(icc, length).trimmed());
 }
 
+/**
+ * The rendering intent to convert the image's profile with: perceptual, as colour-managed viewers
+ * do, or the first other intent the profile holds. libvips only warns about an intent the profile
+ * lacks and converts anyway, through the wrong table (a perceptual-only profile turns green).
+ */
+VipsIntent supportedIntent(const vips::VImage& image)
+{
+    size_t length = 0;
+    const void* icc = image.get_blob(VIPS_META_ICC_NAME, &length);
+    const cmsHPROFILE profile = cmsOpenProfileFromMem(icc, cmsUInt32Number(length));
+    if (!profile)
+        return VIPS_INTENT_PERCEPTUAL;
+    VipsIntent chosen = VIPS_INTENT_PERCEPTUAL;
+    for (const VipsIntent intent :
+         {VIPS_INTENT_PERCEPTUAL, VIPS_INTENT_RELATIVE, VIPS_INTENT_SATURATION, VIPS_INTENT_ABSOLUTE}) {
+        // libvips' intents are lcms's numbers.
+        if (cmsIsIntentSupported(profile, cmsUInt32Number(intent), LCMS_USED_AS_INPUT)) {
+            chosen = intent;
+            break;
+        }
+    }
+    cmsCloseProfile(profile);
+    return chosen;
+}
+
 } // namespace
 
 bool ImageDecoder::fitsPixelLimit(qint64 width, qint64 height)
@@ -173,8 +199,10 @@ vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
     bool transformed = false;
     if (image.get_typeof(VIPS_META_ICC_NAME) != 0 && !hasSRGBProfile(image)) {
         try {
-            image =
-                image.icc_transform("srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
+            image = image.icc_transform("srgb", vips::VImage::option()
+                                                    ->set("embedded", true)
+                                                    ->set("depth", 8)
+                                                    ->set("intent", supportedIntent(image)));
             transformed = true;
         } catch (const vips::VError&) {
             vips_error_clear();

@@ -122,15 +122,28 @@ private Q_SLOTS:
             QCOMPARE(difference, 0.0);
     }
 
-    // Taking an sRGB profile as it is agrees with transforming through it, to rounding.
-    void srgbMatchesTransform()
+    // The decode agrees with transforming through the profile with the intent it holds, to
+    // rounding (an sRGB profile is taken as it is).
+    void matchesTheTransform_data()
     {
-        const QString path = EngineFixtures::dataPath("srgb-icc-302x403.jpg");
+        QTest::addColumn<QString>("fixture");
+        QTest::addColumn<int>("intent");
+        QTest::newRow("sRGB taken as it is") << "srgb-icc-302x403.jpg" << int(VIPS_INTENT_RELATIVE);
+        // With another intent the picture turns green.
+        QTest::newRow("perceptual-only profile")
+            << "xyb-perceptual-only-48x32.jpg" << int(VIPS_INTENT_PERCEPTUAL);
+    }
+    void matchesTheTransform()
+    {
+        QFETCH(QString, fixture);
+        QFETCH(int, intent);
+        const QString path = EngineFixtures::dataPath(fixture);
         const auto decoded = ImageDecoder::decode(path);
         QVERIFY(decoded);
         const vips::VImage transformed = rawPixels(path).icc_transform(
-            "srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
-        QVERIFY(maxDifference(*decoded, transformed) <= 2);
+            "srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8)->set("intent", intent));
+        QVERIFY2(maxDifference(*decoded, transformed) <= 2,
+                 qPrintable(QString::number(maxDifference(*decoded, transformed))));
     }
 };
 
