@@ -235,6 +235,14 @@ vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
         image = image.bandjoin(alpha8.cast(VIPS_FORMAT_UCHAR));
     }
     image = image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+    // Outputs carry no metadata, and a blob a loader owns (a HEIF profile, say) can be freed with
+    // the loader while a copy of this image still points at it.
+    gchar** fields = vips_image_get_fields(image.get_image());
+    for (gchar** field = fields; *field; ++field) {
+        if (image.get_typeof(*field) == VIPS_TYPE_BLOB)
+            image.remove(*field);
+    }
+    g_strfreev(fields);
     return image;
 }
 
