@@ -1,5 +1,7 @@
 #include "engine/ImageCompressor.h"
 
+#include <algorithm>
+#include <memory>
 #include <optional>
 
 #include <vips/vips8>
@@ -20,6 +22,8 @@ struct Job
 {
     QString path;
     std::optional<int> pageIndex;
+    /// The PDF a page job renders from, read once for all its pages.
+    std::shared_ptr<const ImageDecoder::PdfDocument> document;
 };
 
 /// Size in bytes of a file; 0 when it cannot be read.
@@ -52,6 +56,41 @@ std::optional<QString> writeImage(const vips::VImage& image, OutputFormat format
                                   const CompressionSettings& settings)
 {
     return SizeLimitedWriter(format, settings).write(image, target);
+}
+
+/// One page of a PDF that was read once for all its pages.
+CompressionResult compressPage(const ImageDecoder::PdfDocument& document, const QString& pdfPath,
+                               int pageIndex, const CompressionSettings& settings)
+{
+    const QFileInfo source(pdfPath);
+    const ScopedAccess sourceAccess(pdfPath);
+    const ScopedAccess folderAccess(source.absolutePath());
+
+    CompressionResult result = resultFor(pdfPath);
+
+    if (document.input.isValid())
+        result.originalSize = document.input.originalSize();
+    // A page past the end fails to render.
+    const std::optional<vips::VImage> page = ImageDecoder::renderPDFPage(document, pageIndex);
+    if (!page)
+        return cannotDecode(std::move(result), source.fileName());
+
+    // Pages keep their rendered size; "original" has no page format to keep, so it means JPEG.
+    const OutputFormat format =
+        settings.outputFormat == OutputFormat::Original ? OutputFormat::Jpeg : settings.outputFormat;
+    const OutputTarget target(ImageCompressor::outputFolder(pdfPath, settings),
+                              source.completeBaseName() + settings.suffix + QStringLiteral("-p") +
+                                  QString::number(pageIndex + 1),
+                              OutputFormats::fileExtension(format));
+    const std::optional<QString> written = writeImage(*page, format, target, settings);
+    if (!written) {
+        result.error = CompressorError::FinalizeFailed;
+        return result;
+    }
+    result.originalSize /= std::max(document.pageCount, 1);
+    result.compressedSize = fileSize(*written);
+    result.outputURL = *written;
+    return result;
 }
 
 } // namespace
@@ -92,11 +131,12 @@ SessionResult ImageCompressor::compressBatch(const QStringList& paths, const Com
             continue;
         }
         const ScopedAccess access(path);
-        const int pages = ImageDecoder::pdfPageCount(path);
+        const auto document = std::make_shared<const ImageDecoder::PdfDocument>(ImageDecoder::openPDF(path));
+        const int pages = document->pageCount;
         if (pages < 1)
-            jobs.append({path, std::nullopt}); // fails to decode as an image, giving one result
+            jobs.append({path, std::nullopt, nullptr}); // fails to decode as an image, giving one result
         for (int page = 0; page < pages; ++page)
-            jobs.append({path, page});
+            jobs.append({path, page, document});
     }
 
     SessionResult session;
@@ -108,7 +148,7 @@ SessionResult ImageCompressor::compressBatch(const QStringList& paths, const Com
             label += QStringLiteral(" p") + QString::number(*job.pageIndex + 1);
         if (progress)
             progress(i, total, label);
-        session.results.append(job.pageIndex ? compressPDFPage(job.path, *job.pageIndex, settings)
+        session.results.append(job.pageIndex ? compressPage(*job.document, job.path, *job.pageIndex, settings)
                                              : compressOne(job.path, settings));
     }
     if (progress)
@@ -124,19 +164,22 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
 
     CompressionResult result = resultFor(sourcePath);
     qCDebug(lcCompression).noquote() << QStringLiteral("compressOne: %1").arg(source.fileName());
+    const InputFile input = InputFile::read(sourcePath);
+    if (input.isValid())
+        result.originalSize = input.originalSize(); // the bytes this job compresses
 
     // One encode reads the pixels as they are decoded: no full copy to allocate, fault in and
     // fill (an eighth of a 24 MP JPEG's time). The size-limited search encodes many times, from memory.
     const bool streamed = !settings.limitOutputFileSize;
-    const auto input = [&](bool lazily) {
+    const auto decoded = [&](bool lazily) {
         std::optional<vips::VImage> image =
-            lazily ? ImageDecoder::decodeLazily(sourcePath) : ImageDecoder::decode(sourcePath);
+            lazily ? ImageDecoder::decodeLazily(input) : ImageDecoder::decode(input);
         if (image && settings.limitLongestEdge)
             image = lazily ? ImageScaler::resizeLazily(*image, settings.longestEdgePx)
                            : ImageScaler::resize(*image, settings.longestEdgePx);
         return image;
     };
-    std::optional<vips::VImage> image = input(streamed);
+    std::optional<vips::VImage> image = decoded(streamed);
     if (!image)
         return cannotDecode(std::move(result), source.fileName());
 
@@ -148,7 +191,7 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
     if (!written && streamed && !writer.attempts().isEmpty() && !writer.attempts().last().encoded()) {
         // A streamed encode also fails when the decoder gives up halfway (a truncated file).
         // Running the job again from memory tells a bad input from a failing encoder.
-        image = input(false);
+        image = decoded(false);
         if (!image)
             return cannotDecode(std::move(result), source.fileName());
         written = writer.write(*image, target);
@@ -172,34 +215,8 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
 CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int pageIndex,
                                                    const CompressionSettings& settings)
 {
-    const QFileInfo source(pdfPath);
     const ScopedAccess sourceAccess(pdfPath);
-    const ScopedAccess folderAccess(source.absolutePath());
-
-    CompressionResult result = resultFor(pdfPath);
-
-    // A page past the end fails to render; the page itself carries the document's page count,
-    // so each page job opens the PDF once.
-    const std::optional<vips::VImage> page = ImageDecoder::renderPDFPage(pdfPath, pageIndex);
-    if (!page)
-        return cannotDecode(std::move(result), source.fileName());
-
-    // Pages keep their rendered size; "original" has no page format to keep, so it means JPEG.
-    const OutputFormat format =
-        settings.outputFormat == OutputFormat::Original ? OutputFormat::Jpeg : settings.outputFormat;
-    const OutputTarget target(outputFolder(pdfPath, settings),
-                              source.completeBaseName() + settings.suffix + QStringLiteral("-p") +
-                                  QString::number(pageIndex + 1),
-                              OutputFormats::fileExtension(format));
-    const std::optional<QString> written = writeImage(*page, format, target, settings);
-    if (!written) {
-        result.error = CompressorError::FinalizeFailed;
-        return result;
-    }
-    result.originalSize /= ImageDecoder::pageCountOf(*page);
-    result.compressedSize = fileSize(*written);
-    result.outputURL = *written;
-    return result;
+    return compressPage(ImageDecoder::openPDF(pdfPath), pdfPath, pageIndex, settings);
 }
 
 OutputFormat ImageCompressor::resolvedFormat(OutputFormat chosen, const QString& sourcePath)

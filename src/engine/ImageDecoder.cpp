@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QStringList>
 
+#include "engine/InputFile.h"
 #include "engine/VipsRuntime.h"
 #include "platform/Logging.h"
 
@@ -29,19 +30,60 @@ struct LibRawImageFree
     void operator()(libraw_processed_image_t* image) const { LibRaw::dcraw_clear_mem(image); }
 };
 
-vips::VImage loadLazily(const QString& path)
+// libvips' reference on the file's bytes lasts as long as the loaded image, and so do the
+// pipelines that read it.
+void releaseBlob(VipsImage*, gpointer blob)
 {
-    const QByteArray name = QFile::encodeName(path);
+    vips_area_unref(VIPS_AREA(blob));
+}
+
+/// The loader that the input's extension and first bytes agreed on, reading from memory.
+vips::VImage load(const InputFile& input, vips::VOption* options)
+{
+    VipsBlob* blob = input.blob();
+    switch (input.format()) {
+    case InputFile::Format::Jpeg:
+        return vips::VImage::jpegload_buffer(blob, options);
+    case InputFile::Format::Png:
+        return vips::VImage::pngload_buffer(blob, options);
+    case InputFile::Format::Heif:
+        return vips::VImage::heifload_buffer(blob, options);
+    case InputFile::Format::Tiff:
+        return vips::VImage::tiffload_buffer(blob, options);
+    case InputFile::Format::Bmp:
+        return vips::VImage::magickload_buffer(blob, options);
+    case InputFile::Format::Gif:
+        return vips::VImage::gifload_buffer(blob, options);
+    case InputFile::Format::Webp:
+        return vips::VImage::webpload_buffer(blob, options);
+    case InputFile::Format::Pdf:
+        return vips::VImage::pdfload_buffer(blob, options);
+    case InputFile::Format::CameraRaw:
+        break;
+    }
+    delete options;
+    throw vips::VError("no image loader for this input");
+}
+
+vips::VImage loadLazily(const InputFile& input)
+{
     // Read top to bottom, straight into the one in-memory copy or the one encoder reading it;
     // random access would make the loader decode into a buffer of its own first and double the
     // memory and the copying.
-    const auto options = [] {
-        return vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL);
-    };
-    // A file name ending in "]" would be read as load options; a source has no such syntax.
-    if (name.endsWith(']'))
-        return vips::VImage::new_from_source(vips::VSource::new_from_file(name.constData()), "", options());
-    return vips::VImage::new_from_file(name.constData(), options());
+    vips::VImage image =
+        load(input, vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL));
+    vips_area_copy(VIPS_AREA(input.blob()));
+    g_signal_connect(image.get_image(), "postclose", G_CALLBACK(releaseBlob), input.blob());
+    return image;
+}
+
+/// The text of a library failure, taken out of libvips' error buffer so that the next job's
+/// log does not repeat it.
+QString libraryError(const vips::VError& error)
+{
+    const QString text = QString::fromUtf8(error.what()).trimmed();
+    vips_error_clear();
+    return text;
 }
 
 quint32 bigEndian32(const uchar* p)
@@ -138,35 +180,42 @@ bool ImageDecoder::fitsPixelLimit(qint64 width, qint64 height)
 
 bool ImageDecoder::isCameraRaw(const QString& path)
 {
-    static const QStringList extensions{QStringLiteral("cr2"), QStringLiteral("arw"), QStringLiteral("nef"),
-                                        QStringLiteral("dng"), QStringLiteral("raw")};
-    return extensions.contains(QFileInfo(path).suffix().toLower());
+    return InputFile::formatForExtension(path) == InputFile::Format::CameraRaw;
 }
 
 std::optional<vips::VImage> ImageDecoder::decode(const QString& path)
 {
-    std::optional<vips::VImage> image = decodeLazily(path);
+    return decode(InputFile::read(path));
+}
+
+std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
+{
+    return decodeLazily(InputFile::read(path));
+}
+
+std::optional<vips::VImage> ImageDecoder::decode(const InputFile& input)
+{
+    std::optional<vips::VImage> image = decodeLazily(input);
     if (!image)
         return std::nullopt;
     try {
         return image->copy_memory();
     } catch (const vips::VError& error) {
-        qCDebug(lcCompression) << "decode error:" << error.what();
+        qCDebug(lcCompression).noquote() << "decode error:" << libraryError(error);
         return std::nullopt;
     }
 }
 
-std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
+std::optional<vips::VImage> ImageDecoder::decodeLazily(const InputFile& input)
 {
-    if (!VipsRuntime::ensureStarted())
+    if (!input.isValid() || input.format() == InputFile::Format::Pdf || !VipsRuntime::ensureStarted())
         return std::nullopt;
-    if (isCameraRaw(path))
-        return decodeCameraRaw(path);
+    if (input.format() == InputFile::Format::CameraRaw)
+        return decodeCameraRaw(input);
     try {
-        vips::VImage image = loadLazily(path);
+        vips::VImage image = loadLazily(input);
         if (!fitsPixelLimit(image.width(), image.height())) {
-            qCWarning(lcCompression) << "refused" << image.width() << "x" << image.height()
-                                     << "pixels:" << QFileInfo(path).fileName();
+            qCWarning(lcCompression) << "refused" << image.width() << "x" << image.height() << "pixels";
             return std::nullopt;
         }
         // Turning the image reads it out of order, so a turned image is decoded into memory first.
@@ -174,7 +223,7 @@ std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
             image = image.copy_memory().autorot();
         return toSRGB8(image);
     } catch (const vips::VError& error) {
-        qCDebug(lcCompression) << "decode error:" << error.what();
+        qCDebug(lcCompression).noquote() << "decode error:" << libraryError(error);
         return std::nullopt;
     }
 }
@@ -246,11 +295,11 @@ vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
     return image;
 }
 
-std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
+std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const InputFile& input)
 {
     // LibRaw's processor holds large tables; keep it off the stack.
     auto processor = std::make_unique<LibRaw>();
-    if (processor->open_file(QFile::encodeName(path).constData()) != LIBRAW_SUCCESS)
+    if (processor->open_buffer(const_cast<void*>(input.data()), input.size()) != LIBRAW_SUCCESS)
         return std::nullopt;
     const libraw_image_sizes_t& sizes = processor->imgdata.sizes;
     if (!fitsPixelLimit(sizes.raw_width, sizes.raw_height) || !fitsPixelLimit(sizes.width, sizes.height))
@@ -259,7 +308,7 @@ std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
     // that holds only its headers (the data stripped or cut off), and LibRaw would happily
     // "decode" the missing part as noise.
     const qint64 sensorPixels = qint64(sizes.raw_width) * sizes.raw_height;
-    if (QFileInfo(path).size() < sensorPixels / kMinRawPixelsPerByte)
+    if (qint64(input.size()) < sensorPixels / kMinRawPixelsPerByte)
         return std::nullopt;
     bool dataError = false;
     processor->set_dataerror_handler([](void* flag, const char*, int) { *static_cast<bool*>(flag) = true; },
@@ -285,21 +334,30 @@ std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
         // The wrapper borrows LibRaw's buffer; copy before it is freed.
         return toSRGB8(wrapped).copy_memory();
     } catch (const vips::VError& error) {
-        qCDebug(lcCompression) << "raw decode error:" << error.what();
+        qCDebug(lcCompression).noquote() << "raw decode error:" << libraryError(error);
         return std::nullopt;
     }
 }
 
+ImageDecoder::PdfDocument ImageDecoder::openPDF(const QString& path)
+{
+    PdfDocument document;
+    document.input = InputFile::read(path);
+    if (!document.input.isValid() || document.input.format() != InputFile::Format::Pdf ||
+        !VipsRuntime::ensureStarted())
+        return document;
+    try {
+        const vips::VImage first = vips::VImage::pdfload_buffer(document.input.blob());
+        document.pageCount = pageCountOf(first);
+    } catch (const vips::VError& error) {
+        qCDebug(lcCompression).noquote() << "pdf open error:" << libraryError(error);
+    }
+    return document;
+}
+
 int ImageDecoder::pdfPageCount(const QString& path)
 {
-    if (!VipsRuntime::ensureStarted())
-        return 0;
-    try {
-        const vips::VImage document = vips::VImage::pdfload(QFile::encodeName(path).constData());
-        return pageCountOf(document);
-    } catch (const vips::VError&) {
-        return 0;
-    }
+    return openPDF(path).pageCount;
 }
 
 int ImageDecoder::pageCountOf(const vips::VImage& page)
@@ -309,24 +367,40 @@ int ImageDecoder::pageCountOf(const vips::VImage& page)
 
 std::optional<vips::VImage> ImageDecoder::renderPDFPage(const QString& path, int pageIndex)
 {
-    if (!VipsRuntime::ensureStarted() || pageIndex < 0)
+    return renderPDFPage(openPDF(path), pageIndex);
+}
+
+std::optional<vips::VImage> ImageDecoder::renderPDFPage(const PdfDocument& document, int pageIndex)
+{
+    if (document.pageCount < 1 || pageIndex < 0 || pageIndex >= document.pageCount)
         return std::nullopt;
     try {
-        vips::VImage page =
-            vips::VImage::pdfload(QFile::encodeName(path).constData(), vips::VImage::option()
+        const auto pageAt = [&](double scale) {
+            return vips::VImage::pdfload_buffer(document.input.blob(), vips::VImage::option()
                                                                            ->set("page", pageIndex)
                                                                            ->set("n", 1)
-                                                                           ->set("scale", kPDFScale)
+                                                                           ->set("scale", scale)
                                                                            ->set("fail_on", kFailOn));
-        if (!fitsPixelLimit(page.width(), page.height()))
+        };
+        // libvips rounds the page size to whole pixels; the page is twice its size in points,
+        // truncated. The size in points comes from a header read at a fine scale (no pixels drawn).
+        const vips::VImage fine = pageAt(kPDFSizeScale);
+        const int width = int(double(fine.width()) / kPDFSizeScale * kPDFScale);
+        const int height = int(double(fine.height()) / kPDFSizeScale * kPDFScale);
+        if (!fitsPixelLimit(width, height))
             return std::nullopt;
-        page = toSRGB8(page);
+        vips::VImage page = toSRGB8(pageAt(kPDFScale));
         if (page.bands() == 4)
             page =
                 page.flatten(vips::VImage::option()->set("background", std::vector<double>{255, 255, 255}));
-        return page.cast(VIPS_FORMAT_UCHAR).copy_memory();
+        page = page.cast(VIPS_FORMAT_UCHAR);
+        if (page.width() < width || page.height() < height)
+            page = page.embed(0, 0, width, height, vips::VImage::option()->set("extend", VIPS_EXTEND_WHITE));
+        page = page.crop(0, 0, width, height).copy_memory();
+        page.set("n-pages", document.pageCount);
+        return page;
     } catch (const vips::VError& error) {
-        qCDebug(lcCompression) << "pdf render error:" << error.what();
+        qCDebug(lcCompression).noquote() << "pdf render error:" << libraryError(error);
         return std::nullopt;
     }
 }

@@ -1,6 +1,7 @@
 #include <memory>
 #include <tuple>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vips/vips8>
@@ -360,7 +361,7 @@ private Q_SLOTS:
 
     void badInputFailsAndTheBatchGoesOn_data()
     {
-        QTest::addColumn<QString>("fixture"); // empty: `content` is written under `name`
+        QTest::addColumn<QString>("fixture"); // empty: `content` is written; "fifo", "zero": special files
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("content");
         QTest::newRow("missing file") << ""
@@ -379,6 +380,17 @@ private Q_SLOTS:
                                                   << "" << QByteArray();
         QTest::newRow("pdf that does not open") << ""
                                                 << "broken.pdf" << QByteArray("%PDF-1.7\n%%EOF\n");
+        QTest::newRow("svg named jpg") << ""
+                                       << "photo.jpg"
+                                       << QByteArray("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"8\" "
+                                                     "height=\"8\"><rect width=\"8\" height=\"8\"/></svg>");
+        // Never opened: the batch must not wait on a FIFO or read /dev/zero for ever.
+        QTest::newRow("fifo named jpg") << "fifo"
+                                        << "x.jpg" << QByteArray();
+        QTest::newRow("fifo named pdf") << "fifo"
+                                        << "x.pdf" << QByteArray();
+        QTest::newRow("link to /dev/zero named pdf") << "zero"
+                                                     << "x.pdf" << QByteArray();
     }
     void badInputFailsAndTheBatchGoesOn()
     {
@@ -386,7 +398,14 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QByteArray, content);
         QString bad;
-        if (!fixture.isEmpty())
+        const bool special = fixture == "fifo" || fixture == "zero";
+        if (special) {
+            bad = path(name);
+            const QByteArray bytes = QFile::encodeName(bad);
+            QCOMPARE(fixture == "fifo" ? ::mkfifo(bytes.constData(), 0600)
+                                       : ::symlink("/dev/zero", bytes.constData()),
+                     0);
+        } else if (!fixture.isEmpty())
             bad = source(fixture);
         else if (content.isNull())
             bad = path(name);
@@ -399,9 +418,10 @@ private Q_SLOTS:
         QCOMPARE(failed.error, std::optional(CompressorError::CannotDecode));
         QVERIFY(!failed.outputURL);
         QCOMPARE(failed.compressedSize, 0);
-        QCOMPARE(failed.originalSize, QFileInfo(bad).exists() ? QFileInfo(bad).size() : 0);
+        QCOMPARE(failed.originalSize, QFileInfo(bad).isFile() ? QFileInfo(bad).size() : 0);
         QVERIFY(session.results[1].succeeded());
-        QCOMPARE(entries(m_dir->path()).size(), m_originals.size() + 1); // only the good file's output
+        // only the good file's output
+        QCOMPARE(entries(m_dir->path()).size(), m_originals.size() + (special ? 2 : 1));
     }
 
     // Jobs that encode once read the decoder's output while encoding, so a file that breaks off
