@@ -165,6 +165,12 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
     CompressionResult result = resultFor(sourcePath);
     qCDebug(lcCompression).noquote() << QStringLiteral("compressOne: %1").arg(source.fileName());
     const InputFile input = InputFile::read(sourcePath);
+    if (input.failure() == InputFile::Failure::AmbiguousName) {
+        qCWarning(lcCompression).noquote() << QStringLiteral("invalidFileName: %1").arg(source.fileName());
+        result.originalSize = input.originalSize();
+        result.error = CompressorError::InvalidFileName;
+        return result;
+    }
     if (input.isValid())
         result.originalSize = input.originalSize(); // the bytes this job compresses
 

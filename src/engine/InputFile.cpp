@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -127,9 +128,50 @@ bool InputFile::hasSignatureOf(const QByteArray& head, Format format)
     return false;
 }
 
+bool InputFile::nameIsExact(const QString& path, qint64* size)
+{
+    if (size)
+        *size = 0;
+    if (!path.contains(QChar::ReplacementCharacter))
+        return true;
+    const QFileInfo info(path);
+    const QString name = info.fileName();
+    DIR* folder = ::opendir(QFile::encodeName(info.absolutePath()).constData());
+    if (!folder)
+        return false;
+    int exact = 0;
+    int lossy = 0;
+    QByteArray lossyName;
+    while (const dirent* entry = ::readdir(folder)) {
+        const QByteArray bytes(entry->d_name);
+        if (QFile::decodeName(bytes) != name)
+            continue;
+        if (bytes == QFile::encodeName(name)) {
+            ++exact;
+        } else {
+            ++lossy;
+            lossyName = bytes;
+        }
+    }
+    ::closedir(folder);
+    if (lossy == 1 && size) {
+        struct stat status;
+        const QByteArray full = QFile::encodeName(info.absolutePath()) + '/' + lossyName;
+        if (::stat(full.constData(), &status) == 0 && S_ISREG(status.st_mode))
+            *size = status.st_size;
+    }
+    return exact == 1 && lossy == 0;
+}
+
 InputFile InputFile::read(const QString& path)
 {
     InputFile input;
+    qint64 meant = 0;
+    if (!nameIsExact(path, &meant)) {
+        input.m_failure = Failure::AmbiguousName;
+        input.m_originalSize = meant;
+        return input;
+    }
     const QByteArray name = QFile::encodeName(path);
     struct stat status;
     if (::stat(name.constData(), &status) != 0) {

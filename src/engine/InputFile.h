@@ -14,7 +14,7 @@
  * job runs cannot pull pages out from under a decoder (a mapped file would kill the process with
  * SIGBUS), and a loader is picked by us, not by whatever libvips would guess from the contents.
  * Only regular files are read (after following links): a FIFO or a device is refused before it is
- * opened.
+ * opened. A name that may stand for another file (see `nameIsExact`) is refused too.
  * @code
  * const InputFile input = InputFile::read(path);
  * if (input.format() == InputFile::Format::Jpeg)
@@ -43,6 +43,7 @@ public:
         None,
         Unreadable,     ///< missing, unreadable, or a read error
         NotRegularFile, ///< a folder, FIFO, socket or device
+        AmbiguousName,  ///< the name is not valid UTF-8 (see `nameIsExact`)
         UnknownFormat,  ///< no accepted extension, or the first bytes name another format
     };
 
@@ -58,6 +59,14 @@ public:
     static std::optional<Format> formatForExtension(const QString& path);
     /// Whether `head` (the first bytes of a file) starts as `format` does.
     static bool hasSignatureOf(const QByteArray& head, Format format);
+    /**
+     * Qt paths are Unicode: a file name whose bytes are not UTF-8 reaches us with U+FFFD in place
+     * of each bad byte, which names another file or none. Such a path is refused unless the folder
+     * holds exactly the UTF-8 name and no other entry that reads the same. `size` receives the
+     * size of the file the name most likely meant (0 when unknown).
+     */
+    static bool nameIsExact(const QString& path, qint64* size = nullptr);
+
     bool isValid() const { return m_blob != nullptr; }
     Failure failure() const { return m_failure; }
     Format format() const { return m_format; }
@@ -66,7 +75,7 @@ public:
     VipsBlob* blob() const { return m_blob; }
     const void* data() const;
     size_t size() const;
-    /// Size of the file as read, or 0.
+    /// Size of the file as read; when nothing was read, the size of the file the name meant, or 0.
     qint64 originalSize() const { return m_originalSize; }
 
 private:

@@ -1,6 +1,7 @@
 #include <memory>
 #include <tuple>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -422,6 +423,38 @@ private Q_SLOTS:
         QVERIFY(session.results[1].succeeded());
         // only the good file's output
         QCOMPARE(entries(m_dir->path()).size(), m_originals.size() + (special ? 2 : 1));
+    }
+
+    // Qt paths cannot carry bytes that are not UTF-8: such a name arrives with U+FFFD in their
+    // place, which may name another file. It is refused, and the other file is never read.
+    void nameThatIsNotUtf8IsRefused_data()
+    {
+        QTest::addColumn<bool>("sibling"); // a file really named with U+FFFD beside it
+        QTest::newRow("alone") << false;
+        QTest::newRow("beside a U+FFFD name") << true;
+    }
+    void nameThatIsNotUtf8IsRefused()
+    {
+        QFETCH(bool, sibling);
+        QFile fixture(dataPath(QStringLiteral("rgba-32x32.png")));
+        QVERIFY(fixture.open(QIODevice::ReadOnly));
+        const QByteArray bytes = fixture.readAll();
+        const QByteArray latin1Name = QFile::encodeName(m_dir->path()) + "/\xff.png";
+        const int fd = ::open(latin1Name.constData(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+        QVERIFY(fd >= 0);
+        QCOMPARE(::write(fd, bytes.constData(), size_t(bytes.size())), ssize_t(bytes.size()));
+        ::close(fd);
+        const QString held = QFile::decodeName(latin1Name); // all that a Qt caller can hold
+        QCOMPARE(QFileInfo(held).fileName(), QString(QChar::ReplacementCharacter) + QStringLiteral(".png"));
+        if (sibling)
+            source(QStringLiteral("orient1-360x240.jpg"), QFileInfo(held).fileName());
+
+        const CompressionResult result = ImageCompressor::shared().compressOne(held, defaults());
+        QCOMPARE(result.error, std::optional(CompressorError::InvalidFileName));
+        QVERIFY(!result.outputURL);
+        QCOMPARE(result.originalSize, bytes.size());
+        QVERIFY(!QFileInfo::exists(path(QString(QChar::ReplacementCharacter) + QStringLiteral("-web.jpg"))));
+        QCOMPARE(::unlink(latin1Name.constData()), 0); // Qt could not remove it
     }
 
     // Jobs that encode once read the decoder's output while encoding, so a file that breaks off
