@@ -13,6 +13,8 @@ QString errorDescription(CompressorError error)
         return QStringLiteral("Failed to write image");
     case CompressorError::SavingsBelowThreshold:
         return QStringLiteral("Already optimized");
+    case CompressorError::InvalidFileName:
+        return QStringLiteral("File name is not valid UTF-8");
     }
     return {};
 }

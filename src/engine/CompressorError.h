@@ -8,10 +8,13 @@ enum class CompressorError
     CannotDecode,
     CannotCreateDestination,
     FinalizeFailed,
-    SavingsBelowThreshold
+    SavingsBelowThreshold,
+    /// The file's name is not valid UTF-8, so it may stand for another file: refused unread.
+    InvalidFileName
 };
 
 namespace CompressorErrors {
-/// "Cannot decode image", "Cannot create output file", "Failed to write image", "Already optimized".
+/// "Cannot decode image", "Cannot create output file", "Failed to write image", "Already optimized",
+/// "File name is not valid UTF-8".
 QString errorDescription(CompressorError error);
 } // namespace CompressorErrors

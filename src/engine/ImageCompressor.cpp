@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -54,6 +55,8 @@ struct ImageCompressor::Job
 {
     QString path;
     std::optional<int> pageIndex;
+    /// The PDF a page job renders from, read once for all its pages.
+    std::shared_ptr<const ImageDecoder::PdfDocument> document;
 };
 
 /// What a job's encoding hands to its commit: the result so far (with an error when the job
@@ -112,11 +115,12 @@ SessionResult ImageCompressor::compressBatch(const QStringList& paths, const Com
             continue;
         }
         const ScopedAccess access(path);
-        const int pages = ImageDecoder::pdfPageCount(path);
+        const auto document = std::make_shared<const ImageDecoder::PdfDocument>(ImageDecoder::openPDF(path));
+        const int pages = document->pageCount;
         if (pages < 1)
-            list.append({path, std::nullopt}); // fails to decode as an image, giving one result
+            list.append({path, std::nullopt, nullptr}); // fails to decode as an image, giving one result
         for (int page = 0; page < pages; ++page)
-            list.append({path, page});
+            list.append({path, page, document});
     }
     const int total = static_cast<int>(list.size());
     const int parallel = std::clamp(jobs > 0 ? jobs : defaultJobs(), 1, std::max(total, 1));
@@ -194,14 +198,16 @@ CompressionResult ImageCompressor::compressOne(const QString& sourcePath, const 
 CompressionResult ImageCompressor::compressPDFPage(const QString& pdfPath, int pageIndex,
                                                    const CompressionSettings& settings)
 {
-    return commit(encodePDFPage(pdfPath, pageIndex, settings), settings);
+    const ScopedAccess access(pdfPath);
+    const Job job{pdfPath, pageIndex,
+                  std::make_shared<const ImageDecoder::PdfDocument>(ImageDecoder::openPDF(pdfPath))};
+    return commit(encodePDFPage(job, settings), settings);
 }
 
 ImageCompressor::Encoded ImageCompressor::encode(const Job& job, const CompressionSettings& settings) const
 {
     try {
-        return job.pageIndex ? encodePDFPage(job.path, *job.pageIndex, settings)
-                             : encodeImage(job.path, settings);
+        return job.pageIndex ? encodePDFPage(job, settings) : encodeImage(job.path, settings);
     } catch (const std::exception& error) { // out of memory, most likely: this job fails, the batch goes on
         qCWarning(lcCompression).noquote() << QStringLiteral("encode FAILED: %1").arg(error.what());
         Encoded failed{resultFor(job.path)};
@@ -231,18 +237,28 @@ ImageCompressor::Encoded ImageCompressor::encodeImage(const QString& sourcePath,
         return job;
     }
 
+    const InputFile input = InputFile::read(sourcePath);
+    if (input.failure() == InputFile::Failure::AmbiguousName) {
+        qCWarning(lcCompression).noquote() << QStringLiteral("invalidFileName: %1").arg(source.fileName());
+        job.result.originalSize = input.originalSize();
+        job.result.error = CompressorError::InvalidFileName;
+        return job;
+    }
+    if (input.isValid())
+        job.result.originalSize = input.originalSize(); // the bytes this job compresses
+
     // One encode reads the pixels as they are decoded: no full copy to allocate, fault in and
     // fill (an eighth of a 24 MP JPEG's time). The size-limited search encodes many times, from memory.
     const bool streamed = !settings.limitOutputFileSize;
-    const auto input = [&](bool lazily) {
+    const auto decoded = [&](bool lazily) {
         std::optional<vips::VImage> image =
-            lazily ? ImageDecoder::decodeLazily(sourcePath) : ImageDecoder::decode(sourcePath);
+            lazily ? ImageDecoder::decodeLazily(input) : ImageDecoder::decode(input);
         if (image && settings.limitLongestEdge)
             image = lazily ? ImageScaler::resizeLazily(*image, settings.longestEdgePx)
                            : ImageScaler::resize(*image, settings.longestEdgePx);
         return image;
     };
-    std::optional<vips::VImage> image = input(streamed);
+    std::optional<vips::VImage> image = decoded(streamed);
     if (!image) {
         job.result = cannotDecode(std::move(job.result), source.fileName());
         return job;
@@ -254,7 +270,7 @@ ImageCompressor::Encoded ImageCompressor::encodeImage(const QString& sourcePath,
     if (!bytes && streamed && !writer.attempts().isEmpty() && !writer.attempts().last().encoded()) {
         // A streamed encode also fails when the decoder gives up halfway (a truncated file).
         // Running the job again from memory tells a bad input from a failing encoder.
-        image = input(false);
+        image = decoded(false);
         if (!image) {
             job.result = cannotDecode(std::move(job.result), source.fileName());
             return job;
@@ -268,9 +284,11 @@ ImageCompressor::Encoded ImageCompressor::encodeImage(const QString& sourcePath,
     return job;
 }
 
-ImageCompressor::Encoded ImageCompressor::encodePDFPage(const QString& pdfPath, int pageIndex,
-                                                        const CompressionSettings& settings)
+ImageCompressor::Encoded ImageCompressor::encodePDFPage(const Job& page, const CompressionSettings& settings)
 {
+    const QString& pdfPath = page.path;
+    const int pageIndex = *page.pageIndex;
+    const ImageDecoder::PdfDocument& document = *page.document;
     const QFileInfo source(pdfPath);
     const ScopedAccess sourceAccess(pdfPath);
     // Pages keep their rendered size; "original" has no page format to keep, so it means JPEG.
@@ -282,17 +300,18 @@ ImageCompressor::Encoded ImageCompressor::encodePDFPage(const QString& pdfPath, 
                     QString::number(pageIndex + 1),
                 OutputFormats::fileExtension(format)};
 
-    // A page past the end fails to render; the page itself carries the document's page count,
-    // so each page job opens the PDF once.
-    const std::optional<vips::VImage> page = ImageDecoder::renderPDFPage(pdfPath, pageIndex);
-    if (!page) {
+    if (document.input.isValid())
+        job.result.originalSize = document.input.originalSize();
+    // A page past the end fails to render.
+    const std::optional<vips::VImage> rendered = ImageDecoder::renderPDFPage(document, pageIndex);
+    if (!rendered) {
         job.result = cannotDecode(std::move(job.result), source.fileName());
         return job;
     }
-    job.pdfPages = ImageDecoder::pageCountOf(*page);
+    job.pdfPages = std::max(document.pageCount, 1);
     if (unwritable(pdfPath, job, settings))
         return job;
-    std::optional<QByteArray> bytes = SizeLimitedWriter(format, settings).encoded(*page);
+    std::optional<QByteArray> bytes = SizeLimitedWriter(format, settings).encoded(*rendered);
     if (!bytes)
         job.result.error = CompressorError::FinalizeFailed;
     else

@@ -87,7 +87,7 @@ private:
     /// The part of a job that may run beside others: everything up to the output's bytes.
     Encoded encode(const Job& job, const CompressionSettings& settings) const;
     Encoded encodeImage(const QString& sourcePath, const CompressionSettings& settings) const;
-    static Encoded encodePDFPage(const QString& pdfPath, int pageIndex, const CompressionSettings& settings);
+    static Encoded encodePDFPage(const Job& page, const CompressionSettings& settings);
     /// Marks `job` failed when its output folder cannot take the file (logged with the reason).
     static bool unwritable(const QString& sourcePath, Encoded& job, const CompressionSettings& settings);
     /// The part that runs in job order: name, write, measure, keep or delete.

@@ -4,12 +4,14 @@
 #include <cstring>
 #include <memory>
 
+#include <lcms2.h>
 #include <libraw/libraw.h>
 
 #include <QFile>
 #include <QFileInfo>
 #include <QStringList>
 
+#include "engine/InputFile.h"
 #include "engine/VipsRuntime.h"
 #include "platform/Logging.h"
 
@@ -28,19 +30,60 @@ struct LibRawImageFree
     void operator()(libraw_processed_image_t* image) const { LibRaw::dcraw_clear_mem(image); }
 };
 
-vips::VImage loadLazily(const QString& path)
+// libvips' reference on the file's bytes lasts as long as the loaded image, and so do the
+// pipelines that read it.
+void releaseBlob(VipsImage*, gpointer blob)
 {
-    const QByteArray name = QFile::encodeName(path);
+    vips_area_unref(VIPS_AREA(blob));
+}
+
+/// The loader that the input's extension and first bytes agreed on, reading from memory.
+vips::VImage load(const InputFile& input, vips::VOption* options)
+{
+    VipsBlob* blob = input.blob();
+    switch (input.format()) {
+    case InputFile::Format::Jpeg:
+        return vips::VImage::jpegload_buffer(blob, options);
+    case InputFile::Format::Png:
+        return vips::VImage::pngload_buffer(blob, options);
+    case InputFile::Format::Heif:
+        return vips::VImage::heifload_buffer(blob, options);
+    case InputFile::Format::Tiff:
+        return vips::VImage::tiffload_buffer(blob, options);
+    case InputFile::Format::Bmp:
+        return vips::VImage::magickload_buffer(blob, options);
+    case InputFile::Format::Gif:
+        return vips::VImage::gifload_buffer(blob, options);
+    case InputFile::Format::Webp:
+        return vips::VImage::webpload_buffer(blob, options);
+    case InputFile::Format::Pdf:
+        return vips::VImage::pdfload_buffer(blob, options);
+    case InputFile::Format::CameraRaw:
+        break;
+    }
+    delete options;
+    throw vips::VError("no image loader for this input");
+}
+
+vips::VImage loadLazily(const InputFile& input)
+{
     // Read top to bottom, straight into the one in-memory copy or the one encoder reading it;
     // random access would make the loader decode into a buffer of its own first and double the
     // memory and the copying.
-    const auto options = [] {
-        return vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL);
-    };
-    // A file name ending in "]" would be read as load options; a source has no such syntax.
-    if (name.endsWith(']'))
-        return vips::VImage::new_from_source(vips::VSource::new_from_file(name.constData()), "", options());
-    return vips::VImage::new_from_file(name.constData(), options());
+    vips::VImage image =
+        load(input, vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL));
+    vips_area_copy(VIPS_AREA(input.blob()));
+    g_signal_connect(image.get_image(), "postclose", G_CALLBACK(releaseBlob), input.blob());
+    return image;
+}
+
+/// The text of a library failure, taken out of libvips' error buffer so that the next job's
+/// log does not repeat it.
+QString libraryError(const vips::VError& error)
+{
+    const QString text = QString::fromUtf8(error.what()).trimmed();
+    vips_error_clear();
+    return text;
 }
 
 quint32 bigEndian32(const uchar* p)
@@ -103,6 +146,31 @@ bool hasSRGBProfile(const vips::VImage& image)
     return kSRGB.contains(profileDescription(icc, length).trimmed());
 }
 
+/**
+ * The rendering intent to convert the image's profile with: perceptual, as colour-managed viewers
+ * do, or the first other intent the profile holds. libvips only warns about an intent the profile
+ * lacks and converts anyway, through the wrong table (a perceptual-only profile turns green).
+ */
+VipsIntent supportedIntent(const vips::VImage& image)
+{
+    size_t length = 0;
+    const void* icc = image.get_blob(VIPS_META_ICC_NAME, &length);
+    const cmsHPROFILE profile = cmsOpenProfileFromMem(icc, cmsUInt32Number(length));
+    if (!profile)
+        return VIPS_INTENT_PERCEPTUAL;
+    VipsIntent chosen = VIPS_INTENT_PERCEPTUAL;
+    for (const VipsIntent intent :
+         {VIPS_INTENT_PERCEPTUAL, VIPS_INTENT_RELATIVE, VIPS_INTENT_SATURATION, VIPS_INTENT_ABSOLUTE}) {
+        // libvips' intents are lcms's numbers.
+        if (cmsIsIntentSupported(profile, cmsUInt32Number(intent), LCMS_USED_AS_INPUT)) {
+            chosen = intent;
+            break;
+        }
+    }
+    cmsCloseProfile(profile);
+    return chosen;
+}
+
 } // namespace
 
 bool ImageDecoder::fitsPixelLimit(qint64 width, qint64 height)
@@ -112,35 +180,42 @@ bool ImageDecoder::fitsPixelLimit(qint64 width, qint64 height)
 
 bool ImageDecoder::isCameraRaw(const QString& path)
 {
-    static const QStringList extensions{QStringLiteral("cr2"), QStringLiteral("arw"), QStringLiteral("nef"),
-                                        QStringLiteral("dng"), QStringLiteral("raw")};
-    return extensions.contains(QFileInfo(path).suffix().toLower());
+    return InputFile::formatForExtension(path) == InputFile::Format::CameraRaw;
 }
 
 std::optional<vips::VImage> ImageDecoder::decode(const QString& path)
 {
-    std::optional<vips::VImage> image = decodeLazily(path);
+    return decode(InputFile::read(path));
+}
+
+std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
+{
+    return decodeLazily(InputFile::read(path));
+}
+
+std::optional<vips::VImage> ImageDecoder::decode(const InputFile& input)
+{
+    std::optional<vips::VImage> image = decodeLazily(input);
     if (!image)
         return std::nullopt;
     try {
         return image->copy_memory();
     } catch (const vips::VError& error) {
-        qCDebug(lcCompression) << "decode error:" << error.what();
+        qCDebug(lcCompression).noquote() << "decode error:" << libraryError(error);
         return std::nullopt;
     }
 }
 
-std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
+std::optional<vips::VImage> ImageDecoder::decodeLazily(const InputFile& input)
 {
-    if (!VipsRuntime::ensureStarted())
+    if (!input.isValid() || input.format() == InputFile::Format::Pdf || !VipsRuntime::ensureStarted())
         return std::nullopt;
-    if (isCameraRaw(path))
-        return decodeCameraRaw(path);
+    if (input.format() == InputFile::Format::CameraRaw)
+        return decodeCameraRaw(input);
     try {
-        vips::VImage image = loadLazily(path);
+        vips::VImage image = loadLazily(input);
         if (!fitsPixelLimit(image.width(), image.height())) {
-            qCWarning(lcCompression) << "refused" << image.width() << "x" << image.height()
-                                     << "pixels:" << QFileInfo(path).fileName();
+            qCWarning(lcCompression) << "refused" << image.width() << "x" << image.height() << "pixels";
             return std::nullopt;
         }
         // Turning the image reads it out of order, so a turned image is decoded into memory first.
@@ -148,49 +223,83 @@ std::optional<vips::VImage> ImageDecoder::decodeLazily(const QString& path)
             image = image.copy_memory().autorot();
         return toSRGB8(image);
     } catch (const vips::VError& error) {
-        qCDebug(lcCompression) << "decode error:" << error.what();
+        qCDebug(lcCompression).noquote() << "decode error:" << libraryError(error);
         return std::nullopt;
     }
 }
 
 vips::VImage ImageDecoder::toSRGB8(vips::VImage image)
 {
+    // Colour and alpha are converted apart: a colour transform scales only the colour bands, and
+    // an alpha left in 16-bit units would clip to opaque when cast to 8 bits.
+    // Packed pixels (LabQ in TIFF, Radiance) are unpacked before their bands mean anything.
+    if (image.coding() == VIPS_CODING_LABQ)
+        image = image.LabQ2Lab();
+    else if (image.coding() == VIPS_CODING_RAD)
+        image = image.rad2float();
+    std::optional<vips::VImage> alpha;
+    const double alphaMax = image.format() == VIPS_FORMAT_USHORT ? 65535.0 : 255.0;
+    if (image.has_alpha()) {
+        alpha = image.extract_band(image.bands() - 1);
+        vips::VImage colour = image.extract_band(0, vips::VImage::option()->set("n", image.bands() - 1));
+        image = colour.copy(vips::VImage::option()->set("interpretation", image.interpretation()));
+    }
+
+    bool transformed = false;
     if (image.get_typeof(VIPS_META_ICC_NAME) != 0 && !hasSRGBProfile(image)) {
         try {
-            image =
-                image.icc_transform("srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
+            image = image.icc_transform("srgb", vips::VImage::option()
+                                                    ->set("embedded", true)
+                                                    ->set("depth", 8)
+                                                    ->set("intent", supportedIntent(image)));
+            transformed = true;
         } catch (const vips::VError&) {
-            // A profile that does not fit the pixels (or is damaged) is ignored, as if absent.
-            image.remove(VIPS_META_ICC_NAME);
+            vips_error_clear();
         }
+        // A profile that does not fit the pixels (or is damaged) is ignored, as if absent.
+        if (!transformed)
+            image.remove(VIPS_META_ICC_NAME);
     }
-    if (image.interpretation() != VIPS_INTERPRETATION_sRGB) {
+    if (!transformed && image.interpretation() != VIPS_INTERPRETATION_sRGB) {
         try {
             image = image.colourspace(VIPS_INTERPRETATION_sRGB);
         } catch (const vips::VError&) {
-            // Unusual interpretations (multiband, histogram...): keep the numbers as they are.
+            vips_error_clear(); // multiband, histogram...: keep the numbers as they are
         }
     }
     if (image.format() != VIPS_FORMAT_UCHAR)
         image = image.cast(VIPS_FORMAT_UCHAR,
                            vips::VImage::option()->set("shift", image.format() == VIPS_FORMAT_USHORT));
 
-    const int bands = image.bands();
-    if (bands <= 2) {
+    if (image.bands() < 3) {
         const vips::VImage grey = image.extract_band(0);
-        const vips::VImage rgb = vips::VImage::bandjoin({grey, grey, grey});
-        image = bands == 2 ? rgb.bandjoin(image.extract_band(1)) : rgb;
-    } else if (bands > 4) {
+        image = vips::VImage::bandjoin({grey, grey, grey});
+    } else if (image.bands() > 3) {
         image = image.extract_band(0, vips::VImage::option()->set("n", 3));
     }
-    return image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+    if (alpha) {
+        vips::VImage alpha8 = *alpha;
+        if (alphaMax != 255.0)
+            alpha8 = alpha8 * (255.0 / alphaMax);
+        image = image.bandjoin(alpha8.cast(VIPS_FORMAT_UCHAR));
+    }
+    image = image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+    // Outputs carry no metadata, and a blob a loader owns (a HEIF profile, say) can be freed with
+    // the loader while a copy of this image still points at it.
+    gchar** fields = vips_image_get_fields(image.get_image());
+    for (gchar** field = fields; *field; ++field) {
+        if (image.get_typeof(*field) == VIPS_TYPE_BLOB)
+            image.remove(*field);
+    }
+    g_strfreev(fields);
+    return image;
 }
 
-std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
+std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const InputFile& input)
 {
     // LibRaw's processor holds large tables; keep it off the stack.
     auto processor = std::make_unique<LibRaw>();
-    if (processor->open_file(QFile::encodeName(path).constData()) != LIBRAW_SUCCESS)
+    if (processor->open_buffer(const_cast<void*>(input.data()), input.size()) != LIBRAW_SUCCESS)
         return std::nullopt;
     const libraw_image_sizes_t& sizes = processor->imgdata.sizes;
     if (!fitsPixelLimit(sizes.raw_width, sizes.raw_height) || !fitsPixelLimit(sizes.width, sizes.height))
@@ -199,7 +308,7 @@ std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
     // that holds only its headers (the data stripped or cut off), and LibRaw would happily
     // "decode" the missing part as noise.
     const qint64 sensorPixels = qint64(sizes.raw_width) * sizes.raw_height;
-    if (QFileInfo(path).size() < sensorPixels / kMinRawPixelsPerByte)
+    if (qint64(input.size()) < sensorPixels / kMinRawPixelsPerByte)
         return std::nullopt;
     bool dataError = false;
     processor->set_dataerror_handler([](void* flag, const char*, int) { *static_cast<bool*>(flag) = true; },
@@ -225,7 +334,7 @@ std::optional<vips::VImage> ImageDecoder::decodeCameraRaw(const QString& path)
         // The wrapper borrows LibRaw's buffer; copy before it is freed.
         return toSRGB8(wrapped).copy_memory();
     } catch (const vips::VError& error) {
-        qCDebug(lcCompression) << "raw decode error:" << error.what();
+        qCDebug(lcCompression).noquote() << "raw decode error:" << libraryError(error);
         return std::nullopt;
     }
 }
@@ -237,9 +346,13 @@ qint64 ImageDecoder::estimatedDecodedBytes(const QString& path)
     constexpr qint64 kRawWorkingBytesPerPixel = 8;
     if (!VipsRuntime::ensureStarted())
         return 0;
-    if (isCameraRaw(path)) {
+    // The same safe read as the decode: a FIFO or a misnamed file is refused here too.
+    const InputFile input = InputFile::read(path);
+    if (!input.isValid())
+        return 0;
+    if (input.format() == InputFile::Format::CameraRaw) {
         auto processor = std::make_unique<LibRaw>();
-        if (processor->open_file(QFile::encodeName(path).constData()) != LIBRAW_SUCCESS)
+        if (processor->open_buffer(const_cast<void*>(input.data()), input.size()) != LIBRAW_SUCCESS)
             return 0;
         const libraw_image_sizes_t& sizes = processor->imgdata.sizes;
         if (!fitsPixelLimit(sizes.raw_width, sizes.raw_height) || !fitsPixelLimit(sizes.width, sizes.height))
@@ -248,30 +361,40 @@ qint64 ImageDecoder::estimatedDecodedBytes(const QString& path)
         return pixels * kRawWorkingBytesPerPixel + pixels * 3 * kCopies;
     }
     try {
-        const bool pdf = QFileInfo(path).suffix().toLower() == QLatin1String("pdf");
         const vips::VImage header =
-            pdf ? vips::VImage::pdfload(QFile::encodeName(path).constData(),
-                                        vips::VImage::option()->set("n", 1)->set("scale", kPDFScale))
-                : loadLazily(path);
+            input.format() == InputFile::Format::Pdf
+                ? vips::VImage::pdfload_buffer(input.blob(),
+                                               vips::VImage::option()->set("n", 1)->set("scale", kPDFScale))
+                : loadLazily(input);
         if (!fitsPixelLimit(header.width(), header.height()))
             return 0;
         return qint64(header.width()) * header.height() * header.bands() *
                qint64(vips_format_sizeof(header.format())) * kCopies;
-    } catch (const vips::VError&) {
+    } catch (const vips::VError& error) {
+        libraryError(error);
         return 0;
     }
 }
 
+ImageDecoder::PdfDocument ImageDecoder::openPDF(const QString& path)
+{
+    PdfDocument document;
+    document.input = InputFile::read(path);
+    if (!document.input.isValid() || document.input.format() != InputFile::Format::Pdf ||
+        !VipsRuntime::ensureStarted())
+        return document;
+    try {
+        const vips::VImage first = vips::VImage::pdfload_buffer(document.input.blob());
+        document.pageCount = pageCountOf(first);
+    } catch (const vips::VError& error) {
+        qCDebug(lcCompression).noquote() << "pdf open error:" << libraryError(error);
+    }
+    return document;
+}
+
 int ImageDecoder::pdfPageCount(const QString& path)
 {
-    if (!VipsRuntime::ensureStarted())
-        return 0;
-    try {
-        const vips::VImage document = vips::VImage::pdfload(QFile::encodeName(path).constData());
-        return pageCountOf(document);
-    } catch (const vips::VError&) {
-        return 0;
-    }
+    return openPDF(path).pageCount;
 }
 
 int ImageDecoder::pageCountOf(const vips::VImage& page)
@@ -281,24 +404,40 @@ int ImageDecoder::pageCountOf(const vips::VImage& page)
 
 std::optional<vips::VImage> ImageDecoder::renderPDFPage(const QString& path, int pageIndex)
 {
-    if (!VipsRuntime::ensureStarted() || pageIndex < 0)
+    return renderPDFPage(openPDF(path), pageIndex);
+}
+
+std::optional<vips::VImage> ImageDecoder::renderPDFPage(const PdfDocument& document, int pageIndex)
+{
+    if (document.pageCount < 1 || pageIndex < 0 || pageIndex >= document.pageCount)
         return std::nullopt;
     try {
-        vips::VImage page =
-            vips::VImage::pdfload(QFile::encodeName(path).constData(), vips::VImage::option()
+        const auto pageAt = [&](double scale) {
+            return vips::VImage::pdfload_buffer(document.input.blob(), vips::VImage::option()
                                                                            ->set("page", pageIndex)
                                                                            ->set("n", 1)
-                                                                           ->set("scale", kPDFScale)
+                                                                           ->set("scale", scale)
                                                                            ->set("fail_on", kFailOn));
-        if (!fitsPixelLimit(page.width(), page.height()))
+        };
+        // libvips rounds the page size to whole pixels; the page is twice its size in points,
+        // truncated. The size in points comes from a header read at a fine scale (no pixels drawn).
+        const vips::VImage fine = pageAt(kPDFSizeScale);
+        const int width = int(double(fine.width()) / kPDFSizeScale * kPDFScale);
+        const int height = int(double(fine.height()) / kPDFSizeScale * kPDFScale);
+        if (!fitsPixelLimit(width, height))
             return std::nullopt;
-        page = toSRGB8(page);
+        vips::VImage page = toSRGB8(pageAt(kPDFScale));
         if (page.bands() == 4)
             page =
                 page.flatten(vips::VImage::option()->set("background", std::vector<double>{255, 255, 255}));
-        return page.cast(VIPS_FORMAT_UCHAR).copy_memory();
+        page = page.cast(VIPS_FORMAT_UCHAR);
+        if (page.width() < width || page.height() < height)
+            page = page.embed(0, 0, width, height, vips::VImage::option()->set("extend", VIPS_EXTEND_WHITE));
+        page = page.crop(0, 0, width, height).copy_memory();
+        page.set("n-pages", document.pageCount);
+        return page;
     } catch (const vips::VError& error) {
-        qCDebug(lcCompression) << "pdf render error:" << error.what();
+        qCDebug(lcCompression).noquote() << "pdf render error:" << libraryError(error);
         return std::nullopt;
     }
 }

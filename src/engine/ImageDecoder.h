@@ -6,15 +6,19 @@
 
 #include <QString>
 
+#include "engine/InputFile.h"
+
 /**
  * Turns an input file into one 8-bit sRGB image (3 bands, or 4 with alpha), in memory or as a
  * pipeline that decodes while it is read.
  *
- * Only the first page or frame is read. EXIF orientation is applied and an embedded colour
- * profile converted to sRGB (no profile: taken as sRGB). The header is checked against
- * `kMaxPixels` before any pixel is decoded, so a small file that claims a huge canvas cannot
- * exhaust memory. Camera RAW goes through LibRaw, PDF pages through poppler.
- * Nothing throws; a file that cannot be decoded gives nothing.
+ * The file is read whole into memory first (`InputFile`) and decoded from there by the one
+ * loader its extension and first bytes agree on. Only the first page or frame is read. EXIF
+ * orientation is applied and an embedded colour profile converted to sRGB (no profile: taken as
+ * sRGB); alpha keeps its meaning at every depth. The decoded image carries no metadata blobs. The
+ * header is checked against `kMaxPixels` before any pixel is decoded, so a small file that
+ * claims a huge canvas cannot exhaust memory. Camera RAW goes through LibRaw, PDF pages through
+ * poppler. Nothing throws; a file that cannot be decoded gives nothing.
  * @code
  * if (const auto image = ImageDecoder::decode(QStringLiteral("/tmp/a.heic")))
  *     qDebug() << image->width() << image->height();
@@ -25,25 +29,39 @@ class ImageDecoder final
 public:
     /// Largest accepted canvas, width x height (a 16384 x 16384 image).
     static constexpr qint64 kMaxPixels = 268'435'456;
-    /// PDF pages are rendered at twice their size in points.
+    /// PDF pages are rendered at twice their media box, truncated to whole pixels.
     static constexpr double kPDFScale = 2.0;
+
+    /// A PDF read once, for rendering any number of its pages.
+    struct PdfDocument
+    {
+        InputFile input;
+        /// 0 when the file is not a PDF that opens.
+        int pageCount = 0;
+    };
 
     /// The first frame of an image file, decoded into memory, or nothing.
     static std::optional<vips::VImage> decode(const QString& path);
+    static std::optional<vips::VImage> decode(const InputFile& input);
     /**
      * The same image as `decode` as a pipeline that decodes while a consumer reads it, so one
      * encode needs no full copy of the pixels in memory. It may be read once, top to bottom;
      * decoding errors surface in the consumer (a truncated file opens fine here). The pixel
      * limit is still checked from the header. A turned image is decoded into memory before
-     * turning, as `decode` does.
+     * turning, as `decode` does. The file's bytes stay in memory while the pipeline lives.
      */
     static std::optional<vips::VImage> decodeLazily(const QString& path);
+    static std::optional<vips::VImage> decodeLazily(const InputFile& input);
 
+    /// Reads a PDF once and counts its pages.
+    static PdfDocument openPDF(const QString& path);
     /// Number of pages of a PDF; 0 when it cannot be opened.
     static int pdfPageCount(const QString& path);
-    /// Page `pageIndex` (zero-based) rendered at `kPDFScale` onto opaque white, 3 bands.
+    /// Page `pageIndex` (zero-based) rendered at `kPDFScale` onto opaque white, 3 bands; it
+    /// carries the document's page count (`pageCountOf`).
+    static std::optional<vips::VImage> renderPDFPage(const PdfDocument& document, int pageIndex);
     static std::optional<vips::VImage> renderPDFPage(const QString& path, int pageIndex);
-    /// Page count of the PDF a rendered page came from, without opening the document again.
+    /// Page count of the PDF a rendered page came from.
     static int pageCountOf(const vips::VImage& page);
 
     /**
@@ -57,10 +75,14 @@ public:
     /// Whether the extension names a camera RAW format decoded through LibRaw.
     static bool isCameraRaw(const QString& path);
 
-    /// Converts any decoded image to 8-bit sRGB with 3 bands, or 4 when it has alpha.
+    /// Converts any decoded image to 8-bit sRGB with 3 bands, or 4 when it has alpha, without
+    /// metadata blobs.
     static vips::VImage toSRGB8(vips::VImage image);
 
 private:
-    static std::optional<vips::VImage> decodeCameraRaw(const QString& path);
+    /// Scale at which a page's header is read to learn its size in points to a thousandth.
+    static constexpr double kPDFSizeScale = 1000.0;
+
+    static std::optional<vips::VImage> decodeCameraRaw(const InputFile& input);
     static bool fitsPixelLimit(qint64 width, qint64 height);
 };

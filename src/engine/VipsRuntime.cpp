@@ -34,6 +34,12 @@ bool VipsRuntime::ensureStarted()
             // A cached load keeps its file descriptor; we never read the same file twice anyway.
             vips_cache_set_max(0);
             vips_cache_set_max_files(0);
+            // Inputs are opened only by the loaders we pick for them (see InputFile). Of the
+            // loaders libvips marks untrusted, we need PDF and ImageMagick's (for BMP, which it
+            // reaches only after the file's first bytes said BMP); every other one stays blocked.
+            vips_block_untrusted_set(TRUE);
+            vips_operation_block_set("VipsForeignLoadPdfBuffer", FALSE);
+            vips_operation_block_set("VipsForeignLoadMagickBuffer", FALSE);
             g_log_set_handler("VIPS", static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_MESSAGE),
                               logLibraryMessage, nullptr);
         }

@@ -69,6 +69,9 @@ private Q_SLOTS:
                                              << "" << true;
         QTest::newRow("channel-swapping profile converted") << "rgb-to-gbr-250.jpg"
                                                             << "" << true;
+        // Colour converted from 16 bits, alpha kept: 82 of 255 stays 82, not clipped opaque.
+        QTest::newRow("16-bit RGBA with Adobe RGB converted") << "shoes-adobergb-150x100.jpg"
+                                                              << "rgba16" << true;
         // Damaged profiles: the name cannot be read, and the transform refuses them, so the
         // pixels stay as stored.
         QTest::newRow("sRGB profile truncated") << "srgb-icc-302x403.jpg"
@@ -86,7 +89,7 @@ private Q_SLOTS:
 
         const vips::VImage stored = rawPixels(EngineFixtures::dataPath(fixture));
         vips::VImage image = stored.copy();
-        if (!edit.isEmpty()) {
+        if (!edit.isEmpty() && edit != "rgba16") {
             QByteArray icc = profileOf(EngineFixtures::dataPath(fixture));
             const qsizetype desc = tagEntry(icc, "desc");
             QVERIFY(desc > 0);
@@ -99,6 +102,17 @@ private Q_SLOTS:
             vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, icc.constData(),
                                      size_t(icc.size()));
         }
+        if (edit == "rgba16") {
+            image = (image.bandjoin_const({82}).cast(VIPS_FORMAT_USHORT) * 257)
+                        .cast(VIPS_FORMAT_USHORT)
+                        .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
+            const vips::VImage decoded = ImageDecoder::toSRGB8(image);
+            QCOMPARE(decoded.bands(), 4);
+            QCOMPARE(decoded.extract_band(3).min(), 82.0);
+            QCOMPARE(decoded.extract_band(3).max(), 82.0);
+            QVERIFY(maxDifference(decoded.extract_band(0, vips::VImage::option()->set("n", 3)), stored) > 8);
+            return;
+        }
 
         const vips::VImage converted8 = ImageDecoder::toSRGB8(image);
         const double difference = maxDifference(converted8, stored);
@@ -108,15 +122,28 @@ private Q_SLOTS:
             QCOMPARE(difference, 0.0);
     }
 
-    // Taking an sRGB profile as it is agrees with transforming through it, to rounding.
-    void srgbMatchesTransform()
+    // The decode agrees with transforming through the profile with the intent it holds, to
+    // rounding (an sRGB profile is taken as it is).
+    void matchesTheTransform_data()
     {
-        const QString path = EngineFixtures::dataPath("srgb-icc-302x403.jpg");
+        QTest::addColumn<QString>("fixture");
+        QTest::addColumn<int>("intent");
+        QTest::newRow("sRGB taken as it is") << "srgb-icc-302x403.jpg" << int(VIPS_INTENT_RELATIVE);
+        // With another intent the picture turns green.
+        QTest::newRow("perceptual-only profile")
+            << "xyb-perceptual-only-48x32.jpg" << int(VIPS_INTENT_PERCEPTUAL);
+    }
+    void matchesTheTransform()
+    {
+        QFETCH(QString, fixture);
+        QFETCH(int, intent);
+        const QString path = EngineFixtures::dataPath(fixture);
         const auto decoded = ImageDecoder::decode(path);
         QVERIFY(decoded);
         const vips::VImage transformed = rawPixels(path).icc_transform(
-            "srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8));
-        QVERIFY(maxDifference(*decoded, transformed) <= 2);
+            "srgb", vips::VImage::option()->set("embedded", true)->set("depth", 8)->set("intent", intent));
+        QVERIFY2(maxDifference(*decoded, transformed) <= 2,
+                 qPrintable(QString::number(maxDifference(*decoded, transformed))));
     }
 };
 

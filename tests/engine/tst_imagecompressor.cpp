@@ -2,6 +2,8 @@
 #include <memory>
 #include <tuple>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vips/vips8>
@@ -433,7 +435,7 @@ private Q_SLOTS:
 
     void badInputFailsAndTheBatchGoesOn_data()
     {
-        QTest::addColumn<QString>("fixture"); // empty: `content` is written under `name`
+        QTest::addColumn<QString>("fixture"); // empty: `content` is written; "fifo", "zero": special files
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("content");
         QTest::newRow("missing file") << ""
@@ -452,6 +454,17 @@ private Q_SLOTS:
                                                   << "" << QByteArray();
         QTest::newRow("pdf that does not open") << ""
                                                 << "broken.pdf" << QByteArray("%PDF-1.7\n%%EOF\n");
+        QTest::newRow("svg named jpg") << ""
+                                       << "photo.jpg"
+                                       << QByteArray("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"8\" "
+                                                     "height=\"8\"><rect width=\"8\" height=\"8\"/></svg>");
+        // Never opened: the batch must not wait on a FIFO or read /dev/zero for ever.
+        QTest::newRow("fifo named jpg") << "fifo"
+                                        << "x.jpg" << QByteArray();
+        QTest::newRow("fifo named pdf") << "fifo"
+                                        << "x.pdf" << QByteArray();
+        QTest::newRow("link to /dev/zero named pdf") << "zero"
+                                                     << "x.pdf" << QByteArray();
     }
     void badInputFailsAndTheBatchGoesOn()
     {
@@ -459,7 +472,14 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QByteArray, content);
         QString bad;
-        if (!fixture.isEmpty())
+        const bool special = fixture == "fifo" || fixture == "zero";
+        if (special) {
+            bad = path(name);
+            const QByteArray bytes = QFile::encodeName(bad);
+            QCOMPARE(fixture == "fifo" ? ::mkfifo(bytes.constData(), 0600)
+                                       : ::symlink("/dev/zero", bytes.constData()),
+                     0);
+        } else if (!fixture.isEmpty())
             bad = source(fixture);
         else if (content.isNull())
             bad = path(name);
@@ -472,9 +492,42 @@ private Q_SLOTS:
         QCOMPARE(failed.error, std::optional(CompressorError::CannotDecode));
         QVERIFY(!failed.outputURL);
         QCOMPARE(failed.compressedSize, 0);
-        QCOMPARE(failed.originalSize, QFileInfo(bad).exists() ? QFileInfo(bad).size() : 0);
+        QCOMPARE(failed.originalSize, QFileInfo(bad).isFile() ? QFileInfo(bad).size() : 0);
         QVERIFY(session.results[1].succeeded());
-        QCOMPARE(entries(m_dir->path()).size(), m_originals.size() + 1); // only the good file's output
+        // only the good file's output
+        QCOMPARE(entries(m_dir->path()).size(), m_originals.size() + (special ? 2 : 1));
+    }
+
+    // Qt paths cannot carry bytes that are not UTF-8: such a name arrives with U+FFFD in their
+    // place, which may name another file. It is refused, and the other file is never read.
+    void nameThatIsNotUtf8IsRefused_data()
+    {
+        QTest::addColumn<bool>("sibling"); // a file really named with U+FFFD beside it
+        QTest::newRow("alone") << false;
+        QTest::newRow("beside a U+FFFD name") << true;
+    }
+    void nameThatIsNotUtf8IsRefused()
+    {
+        QFETCH(bool, sibling);
+        QFile fixture(dataPath(QStringLiteral("rgba-32x32.png")));
+        QVERIFY(fixture.open(QIODevice::ReadOnly));
+        const QByteArray bytes = fixture.readAll();
+        const QByteArray latin1Name = QFile::encodeName(m_dir->path()) + "/\xff.png";
+        const int fd = ::open(latin1Name.constData(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+        QVERIFY(fd >= 0);
+        QCOMPARE(::write(fd, bytes.constData(), size_t(bytes.size())), ssize_t(bytes.size()));
+        ::close(fd);
+        const QString held = QFile::decodeName(latin1Name); // all that a Qt caller can hold
+        QCOMPARE(QFileInfo(held).fileName(), QString(QChar::ReplacementCharacter) + QStringLiteral(".png"));
+        if (sibling)
+            source(QStringLiteral("orient1-360x240.jpg"), QFileInfo(held).fileName());
+
+        const CompressionResult result = ImageCompressor::shared().compressOne(held, defaults());
+        QCOMPARE(result.error, std::optional(CompressorError::InvalidFileName));
+        QVERIFY(!result.outputURL);
+        QCOMPARE(result.originalSize, bytes.size());
+        QVERIFY(!QFileInfo::exists(path(QString(QChar::ReplacementCharacter) + QStringLiteral("-web.jpg"))));
+        QCOMPARE(::unlink(latin1Name.constData()), 0); // Qt could not remove it
     }
 
     // Jobs that encode once read the decoder's output while encoding, so a file that breaks off

@@ -1,5 +1,6 @@
 #include <cmath>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vips/vips8>
@@ -117,6 +118,19 @@ private Q_SLOTS:
                                             << "cut.png" << QByteArray("\x89PNG\r\n\x1a\n", 8);
         QTest::newRow("missing file") << ""
                                       << "missing.jpg" << QByteArray();
+        // Only the loader that the extension and the first bytes agree on may read a file.
+        QTest::newRow("numbers named jpg (matrix loader)") << ""
+                                                           << "m.jpg" << QByteArray("2 2\n0 255\n255 0\n");
+        QTest::newRow("svg named jpg") << ""
+                                       << "photo.jpg"
+                                       << QByteArray("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"8\" "
+                                                     "height=\"8\"><rect width=\"8\" height=\"8\"/></svg>");
+        QTest::newRow("png named jpg") << "rgba-32x32.png"
+                                       << "photo.jpg" << QByteArray();
+        QTest::newRow("jpeg named webp") << "orient1-360x240.jpg"
+                                         << "photo.webp" << QByteArray();
+        QTest::newRow("accepted bytes, other extension") << "orient1-360x240.jpg"
+                                                         << "photo.jxl" << QByteArray();
     }
     void refusesWhatItCannotDecode()
     {
@@ -135,11 +149,58 @@ private Q_SLOTS:
         QVERIFY(!ImageDecoder::decode(path));
     }
 
-    void refusesAFolder()
+    // Refused before they are opened: a FIFO would block the open for ever, /dev/zero never ends.
+    void refusesWhatIsNotARegularFile_data()
     {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("folder") << "folder"
+                                << "album.jpg";
+        QTest::newRow("fifo named jpg") << "fifo"
+                                        << "x.jpg";
+        QTest::newRow("fifo named dng") << "fifo"
+                                        << "x.dng";
+        QTest::newRow("link to /dev/zero named gif") << "zero"
+                                                     << "x.gif";
+        QTest::newRow("link to /dev/zero named webp") << "zero"
+                                                      << "x.webp";
+    }
+    void refusesWhatIsNotARegularFile()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, name);
         QTemporaryDir dir;
-        QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("album.jpg")));
-        QVERIFY(!ImageDecoder::decode(dir.filePath(QStringLiteral("album.jpg"))));
+        const QByteArray path = QFile::encodeName(dir.filePath(name));
+        if (kind == "folder")
+            QVERIFY(QDir(dir.path()).mkdir(name));
+        else if (kind == "fifo")
+            QCOMPARE(::mkfifo(path.constData(), 0600), 0);
+        else
+            QCOMPARE(::symlink("/dev/zero", path.constData()), 0);
+        QVERIFY(!ImageDecoder::decode(dir.filePath(name)));
+        QVERIFY(!ImageDecoder::decodeLazily(dir.filePath(name)));
+    }
+
+    // The decoder reads from its own copy of the file's bytes: a file cut short while its pixels
+    // are still being decoded (a download still being written) cannot pull them away.
+    void survivesTheFileBeingTruncatedWhileDecoding_data()
+    {
+        QTest::addColumn<QString>("fixture");
+        QTest::newRow("webp") << "transparent-200x150.webp";
+        QTest::newRow("gif") << "cogs-5frames-85x77.gif";
+        QTest::newRow("jpeg") << "orient1-360x240.jpg";
+        QTest::newRow("tiff") << "multipage-3-10x10.tiff";
+    }
+    void survivesTheFileBeingTruncatedWhileDecoding()
+    {
+        QFETCH(QString, fixture);
+        QTemporaryDir dir;
+        const QString path = copyFixture(fixture, dir.path());
+        const auto expected = ImageDecoder::decode(path);
+        const auto image = ImageDecoder::decodeLazily(path); // header read, pixels not yet
+        QVERIFY(expected && image);
+        QVERIFY(QFile::resize(path, 0));
+        QCOMPARE(meanDifference(*image, *expected), 0.0);
     }
 
     void refusesAnUnreadableFile()
@@ -214,25 +275,32 @@ private Q_SLOTS:
 
     void rendersPDFPages_data()
     {
+        QTest::addColumn<QString>("fixture");
         QTest::addColumn<int>("page");
-        QTest::addColumn<int>("band"); // the filled rectangle's colour
-        QTest::newRow("page 1 red") << 0 << 0;
-        QTest::newRow("page 2 green") << 1 << 1;
-        QTest::newRow("page 3 blue") << 2 << 2;
+        QTest::addColumn<int>("band");   // the filled rectangle's colour
+        QTest::addColumn<QSize>("size"); // twice the page's size in points, truncated
+        QTest::addColumn<int>("pages");
+        QTest::newRow("page 1 red") << "three-pages-200x100pt.pdf" << 0 << 0 << QSize(400, 200) << 3;
+        QTest::newRow("page 2 green") << "three-pages-200x100pt.pdf" << 1 << 1 << QSize(400, 200) << 3;
+        QTest::newRow("page 3 blue") << "three-pages-200x100pt.pdf" << 2 << 2 << QSize(400, 200) << 3;
+        QTest::newRow("A4 truncated, not rounded")
+            << "a4-red-595.276x841.89pt.pdf" << 0 << 0 << QSize(1190, 1683) << 1;
     }
     void rendersPDFPages()
     {
+        QFETCH(QString, fixture);
         QFETCH(int, page);
         QFETCH(int, band);
-        const QString pdf = dataPath(QStringLiteral("three-pages-200x100pt.pdf"));
-        QCOMPARE(ImageDecoder::pdfPageCount(pdf), 3);
+        QFETCH(QSize, size);
+        QFETCH(int, pages);
+        const QString pdf = dataPath(fixture);
+        QCOMPARE(ImageDecoder::pdfPageCount(pdf), pages);
         const auto image = ImageDecoder::renderPDFPage(pdf, page);
         QVERIFY(image);
-        QCOMPARE(image->width(), 400); // 200 x 100 points at twice their size
-        QCOMPARE(image->height(), 200);
+        QCOMPARE(QSize(image->width(), image->height()), size);
         QCOMPARE(image->bands(), 3);
-        QCOMPARE(ImageDecoder::pageCountOf(*image), 3);
-        const auto centre = pixel(*image, 200, 100);
+        QCOMPARE(ImageDecoder::pageCountOf(*image), pages);
+        const auto centre = pixel(*image, size.width() / 2, size.height() / 2);
         for (int b = 0; b < 3; ++b)
             QCOMPARE(centre[b] > 128, b == band);
         QCOMPARE(pixel(*image, 5, 5), (std::vector<double>{255, 255, 255})); // opaque white paper

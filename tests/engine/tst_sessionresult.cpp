@@ -37,6 +37,8 @@ private slots:
             << QList{failed(E::SavingsBelowThreshold, 9e4), failed(E::CannotDecode)}
             << "Failed · Already optimized";
         QTest::newRow("write failed") << QList{failed(E::FinalizeFailed)} << "Failed · Failed to write image";
+        QTest::newRow("name not UTF-8")
+            << QList{failed(E::InvalidFileName)} << "Failed · File name is not valid UTF-8";
         QTest::newRow("mixed") << QList{ok(60000, 30000), ok(60000, 30000), ok(60000, 30000),
                                         failed(E::CannotDecode), failed(E::SavingsBelowThreshold, 9e4)}
                                << "3/5 optimized · 2 failed";
