@@ -280,9 +280,8 @@ int CompressCommand::run(const QStringList& arguments)
     ProgressPrinter progress;
     CliOutput::installLogHandler();
     const SessionResult engineSession = ImageCompressor::shared().compressBatch(
-        paths, *settings, [&progress](int current, int total, const QString& label) {
-            progress.report(current, total, label);
-        },
+        paths, *settings,
+        [&progress](int current, int total, const QString& label) { progress.report(current, total, label); },
         static_cast<int>(*jobs));
 
     // Refused names take their place among the engine's results (a PDF gives one per page).
