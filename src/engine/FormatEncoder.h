@@ -16,8 +16,8 @@
  * - PNG: lossless whatever the quality; reduced losslessly and deflated by `PNGEncoder`.
  * - WebP: lossy, the library's default configuration, quality factor quality x 100.
  * - AVIF: AV1 quantizer for colour and alpha (0 finest, 63 coarsest) calibrated per mode to
- *   match the JPEG of the same mode by SSIMULACRA2 (1.0: 6, 0.82: 18, 0.65: 26, linear between);
- *   4:2:0 chroma below quality 1.0 and 4:4:4 at 1.0.
+ *   match the JPEG of the same mode by SSIMULACRA2 (1.0: 7, 0.82: 21, 0.65: 28, linear between);
+ *   4:4:4 chroma at every quality (smaller than 4:2:0 at the same score).
  * JPEG has no alpha: transparent pixels are flattened onto white. WebP receives straight
  * (not premultiplied) RGBA, or RGB for an opaque image.
  * @code
@@ -29,10 +29,10 @@ class FormatEncoder final
 public:
     /**
      * AV1 encoder speed (0 slowest ... 10 fastest) for every AVIF encode, chosen by measurement
-     * (bench/run) against avifenc at its default speed 6 on 8 and 12 MP photos, quantizer 11, on
-     * 2 cores: speed 8 took about 0.4x avifenc's time for 1.04x and 1.00x its bytes at equal SSIM.
-     * Speed 6 is the same encoder as avifenc's default, so no faster; in this libavif, speed 7 was
-     * slower than 6 and 15 % larger; speed 9 cost 8 to 9 % more bytes. Two tile columns did not
+     * (bench/run) against avifenc at its default speed 6 on 8 and 12 MP photos, on 2 cores: speed 8
+     * took about 0.4x avifenc's time for 1.04x and 1.00x its bytes at equal SSIM. At equal
+     * SSIMULACRA2 on single-threaded encodes, speed 6 saved 3 to 6 % of the bytes for 1.8x to 2.8x
+     * the time, speed 7 saved nothing, speed 9 cost 8 to 9 % more bytes. Two tile columns did not
      * help on 2 cores.
      */
     static constexpr int kAVIFSpeed = 8;
