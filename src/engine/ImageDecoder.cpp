@@ -74,6 +74,15 @@ vips::VImage loadLazily(const InputFile& input)
         load(input, vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL));
     vips_area_copy(VIPS_AREA(input.blob()));
     g_signal_connect(image.get_image(), "postclose", G_CALLBACK(releaseBlob), input.blob());
+    // The first pixel is computed here, on the calling thread. A loader that cannot decode the
+    // image at all (a HEIF whose codec gives up) fails every tile, and libvips' worker threads can
+    // lose that failure and hand on black pixels, depending on timing; here it is always seen.
+    VipsRegion* region = vips_region_new(image.get_image());
+    const VipsRect first{0, 0, 1, 1};
+    const int failed = vips_region_prepare(region, &first);
+    g_object_unref(region);
+    if (failed)
+        throw vips::VError(); // the loader's message is in libvips' error buffer
     return image;
 }
 

@@ -37,6 +37,26 @@ QHash<QString, QPair<QString, QString>> inventory()
     return rows;
 }
 
+/// Whether libvips alone decodes the file when one thread computes every tile. With more
+/// threads it can lose a loader's failure and hand on black pixels, so an inventory made that
+/// way lists some undecodable files as readable.
+bool decodesOnOneThread(const QString& path)
+{
+    const int threads = vips_concurrency_get();
+    vips_concurrency_set(1);
+    bool decoded = true;
+    try {
+        vips::VImage::new_from_file(path.toUtf8().constData(),
+                                    vips::VImage::option()->set("fail_on", VIPS_FAIL_ON_ERROR))
+            .copy_memory();
+    } catch (const vips::VError&) {
+        vips_error_clear();
+        decoded = false;
+    }
+    vips_concurrency_set(threads);
+    return decoded;
+}
+
 } // namespace
 
 class TestCorpus final : public QObject
@@ -112,7 +132,7 @@ private Q_SLOTS:
                 // Outside the deliberately broken files, what libvips reads strictly must come out,
                 // when its name is one we accept (drops filter the others out).
                 if (folder != QLatin1String("malformed") && InputFile::formatForExtension(path) &&
-                    expected.value(relative).second == QLatin1String("ok"))
+                    expected.value(relative).second == QLatin1String("ok") && decodesOnOneThread(path))
                     surprises.append(relative);
             }
             if (relative.startsWith(QLatin1String("malformed/bombs/")) &&
