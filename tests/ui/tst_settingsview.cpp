@@ -226,16 +226,12 @@ private slots:
     {
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("raw");
-        QTest::newRow("png") << "Convert to PNG"
-                             << "png";
-        QTest::newRow("webp") << "Convert to WebP"
-                              << "webp";
-        QTest::newRow("avif") << "Convert to AVIF (best compression)"
-                              << "avif";
-        QTest::newRow("original") << "Keep original format"
-                                  << "original";
-        QTest::newRow("jpeg") << "Convert to JPEG"
-                              << "jpeg";
+        for (const auto& [label, raw] : {std::pair{"Convert to PNG", "png"},
+                                         {"Convert to WebP", "webp"},
+                                         {"Convert to AVIF (best compression)", "avif"},
+                                         {"Keep original format", "original"},
+                                         {"Convert to JPEG", "jpeg"}})
+            QTest::newRow(raw) << QString(label) << QString(raw);
     }
     void formatRowsStoreRawValues()
     {
@@ -266,10 +262,10 @@ private slots:
         QTest::addColumn<QString>("stored");
         QTest::addColumn<bool>("folderRow");
         QTest::addColumn<bool>("sameFolderCaption");
-        QTest::newRow("custom folder") << "location_customFolder"
-                                       << "customFolder" << true << false;
-        QTest::newRow("same folder") << "location_sameFolder"
-                                     << "sameFolder" << false << true;
+        QTest::newRow("custom folder")
+            << QStringLiteral("location_customFolder") << "customFolder" << true << false;
+        QTest::newRow("same folder") << QStringLiteral("location_sameFolder") << "sameFolder" << false
+                                     << true;
     }
     void locationRows()
     {
