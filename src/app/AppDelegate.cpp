@@ -1,5 +1,6 @@
 #include "app/AppDelegate.h"
 
+#include <QGuiApplication>
 #include <QIcon>
 #include <QSystemTrayIcon>
 
@@ -49,6 +50,8 @@ void AppDelegate::applicationDidFinishLaunching()
         return;
     m_started = true;
 
+    // The tray icon keeps the application alive; closing a window is not quitting.
+    QGuiApplication::setQuitOnLastWindowClosed(false);
     // A tray application runs all day: what a batch used goes back to the system afterwards.
     VipsRuntime::preferReturningMemory();
     // Every later step reads settings from the suite.

@@ -13,9 +13,6 @@
 
 namespace {
 
-constexpr int kFirstCheckDelayMs = 3000;
-constexpr int kDailyIntervalMs = 86'400'000;
-
 bool isHttpStatusError(QNetworkReply::NetworkError error)
 {
     // 2xx codes of the enum are HTTP 4xx answers, 4xx codes are HTTP 5xx answers: the server
@@ -29,9 +26,9 @@ bool isHttpStatusError(QNetworkReply::NetworkError error)
 UpdateChecker::UpdateChecker(QString versionUrl, BundleInfo bundle, std::shared_ptr<AlertPresenter> alerts,
                              QObject* parent)
     : UpdateControl(parent), m_versionUrl(std::move(versionUrl)), m_bundle(std::move(bundle)),
-      m_alerts(std::move(alerts)), m_network(new QNetworkAccessManager(this))
+      m_alerts(std::move(alerts)), m_network(new QNetworkAccessManager(this)), m_daily(this)
 {
-    m_daily.setInterval(kDailyIntervalMs);
+    m_daily.setInterval(kDailyCheckMs);
     connect(&m_daily, &QTimer::timeout, this, [this] { check(true); });
 }
 

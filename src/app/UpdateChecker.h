@@ -32,6 +32,9 @@ class UpdateChecker final : public UpdateControl
 
 public:
     static constexpr double kCheckIntervalSeconds = 86400.0;
+    /// The automatic schedule: a check-if-due this long after `start()`, then a check every day.
+    static constexpr int kFirstCheckDelayMs = 3000;
+    static constexpr int kDailyCheckMs = 86'400'000;
     static inline const QString kLastCheckKey = QStringLiteral("orvik.lastUpdateCheck");
     static inline const QString kSkipVersionKey = QStringLiteral("orvik.skipVersion");
     static constexpr qint64 kMaxBodyBytes = 1024 * 1024;

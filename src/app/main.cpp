@@ -15,8 +15,6 @@ int main(int argc, char* argv[])
     // through the desktop file name on Wayland and the window class on X11.
     QApplication::setWindowIcon(
         QIcon::fromTheme(QStringLiteral("brevona"), QIcon(QStringLiteral(":/app/brevona.svg"))));
-    // The tray icon keeps the application alive; closing a window is not quitting.
-    QApplication::setQuitOnLastWindowClosed(false);
 
     SingleInstance instance(SingleInstance::defaultKey());
     if (!instance.claim())

@@ -8,7 +8,7 @@
 #include "session/CompressionState.h"
 
 BatchRunner::BatchRunner(CompressionState& state, BatchDisplay& display, Engine engine, QObject* parent)
-    : QObject(parent), m_state(state), m_display(display), m_engine(std::move(engine))
+    : QObject(parent), m_state(state), m_display(display), m_engine(std::move(engine)), m_dismissTimer(this)
 {
     if (!m_engine) {
         m_engine = [](const QStringList& paths, const CompressionSettings& settings,

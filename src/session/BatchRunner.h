@@ -63,10 +63,6 @@ public:
     /// Summary of the last finished batch; empty until one finishes.
     QString lastSessionSummary() const { return m_lastSessionSummary; }
 
-    /// Tests shorten the automatic hide.
-    void setDismissDelay(int ms) { m_dismissTimer.setInterval(ms); }
-    bool isDismissPending() const { return m_dismissTimer.isActive(); }
-
 signals:
     /// A batch's result has been applied to the state.
     void batchFinished(const QString& summary);

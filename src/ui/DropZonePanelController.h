@@ -62,6 +62,8 @@ public:
     void teardown();
 
     DropZonePanel* panel() const { return m_panel.get(); }
+    /// Repaints the panel every kRedrawIntervalMs once set up.
+    const QTimer* redrawTimer() const { return m_timer.get(); }
     bool isVisible() const { return m_panel && m_panel->isVisible(); }
 
 private:

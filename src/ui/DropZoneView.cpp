@@ -112,34 +112,6 @@ DropZoneView::Body DropZoneView::body() const
     return Body::DropPrompt;
 }
 
-QStringList DropZoneView::drawnTexts() const
-{
-    QStringList texts{QStringLiteral("Brevona")};
-    const QString summary = settingsSummary(CompressionSettings::current());
-    if (!summary.isEmpty())
-        texts << summary;
-    switch (body()) {
-    case Body::None:
-        break;
-    case Body::DropPrompt:
-        texts << (m_isTargeted ? kPromptTargeted : kPromptIdle) << kFormats;
-        break;
-    case Body::Progress:
-        texts << countLine(m_compressionState->total());
-        if (!m_compressionState->currentFile().isEmpty())
-            texts << m_compressionState->currentFile();
-        break;
-    case Body::Result: {
-        const QStringList pieces = m_compressionState->completionMessage().split(kSeparator);
-        texts << pieces.value(0);
-        if (pieces.size() >= 2)
-            texts << pieces.at(1);
-        break;
-    }
-    }
-    return texts;
-}
-
 QRectF DropZoneView::toWidget(const QRectF& rect) const
 {
     return {rect.x(), height() - rect.y() - rect.height(), rect.width(), rect.height()};

@@ -46,11 +46,6 @@ public:
     /// Marks the whole view for repainting.
     void refresh() { update(); }
 
-    /// The body a paint would draw now.
-    Body body() const;
-    /// The texts a paint would draw now, in drawing order (buttons excluded).
-    QStringList drawnTexts() const;
-
     QPushButton* settingsButton() const { return m_settingsButton; }
     QPushButton* quitButton() const { return m_quitButton; }
 
@@ -70,6 +65,8 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
 
 private:
+    /// The body a paint draws now.
+    Body body() const;
     QPushButton* makeButton(const QString& title, Qt::Alignment alignment);
     void didClickSettings();
     void didClickQuit();

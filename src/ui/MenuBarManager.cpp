@@ -24,7 +24,7 @@ const QColor kUnknownTrayTint(0xbe, 0xbe, 0xbe);
 } // namespace
 
 MenuBarManager::MenuBarManager(BatchRunner::Engine engine, TrayHostWatcher::Probe trayProbe, QObject* parent)
-    : QObject(parent), m_runner(m_compressionState, *this, std::move(engine)),
+    : QObject(parent), m_runner(m_compressionState, *this, std::move(engine)), m_pulse(this),
       m_trayHosts(std::move(trayProbe))
 {
     m_pulse.setDuration(2 * kPulseLegMs); // one leg down to 0.4 and one back up

@@ -54,9 +54,6 @@ public:
     QMenu* menu() { return &m_menu; }
     QSystemTrayIcon* trayIcon() { return m_trayIcon; }
     ProgressPopoverView* popover() const { return m_popover.data(); }
-    bool isPulsing() const { return m_pulse.state() == QAbstractAnimation::Running; }
-    /// The opacity the icon is drawn at now (1 when steady).
-    double iconOpacity() const { return m_iconOpacity; }
 
     /// The tray icon's place on screen; empty when the tray does not tell.
     QRect anchorRect() const;

@@ -37,11 +37,6 @@ void ProgressBarView::setProgress(double progress, bool animated)
     m_animation.start();
 }
 
-double ProgressBarView::fillWidth(double available, double progress)
-{
-    return std::max(0.0, available * progress);
-}
-
 QRectF ProgressBarView::barRect() const
 {
     return QRectF(kGlowMargin, kGlowMargin, width() - 2 * kGlowMargin, kBarHeight);
@@ -61,7 +56,7 @@ void ProgressBarView::paintEvent(QPaintEvent*)
     track.addRoundedRect(bar, 2, 2);
     painter.fillPath(track, QColor::fromRgbF(1, 1, 1, 0.1f));
 
-    const double width = fillWidth(bar.width(), m_displayed);
+    const double width = std::max(0.0, bar.width() * m_displayed); // not limited above
     if (width <= 0)
         return;
     const QColor accent = colorFromHex(QStringLiteral("#FFD60A"));

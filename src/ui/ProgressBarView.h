@@ -22,13 +22,6 @@ public:
     /// The target value (normally 0 to 1); `animated` false jumps there at once.
     void setProgress(double progress, bool animated = true);
     double progress() const { return m_progress; }
-    /// The value drawn now (between the old and the new target while sliding).
-    double displayedProgress() const { return m_displayed; }
-
-    /// The fill's width: `available` times `progress`, never negative, not limited above.
-    static double fillWidth(double available, double progress);
-    /// The bar inside the glow margin.
-    QRectF barRect() const;
 
     QSize sizeHint() const override;
 
@@ -36,6 +29,9 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    /// The bar inside the glow margin.
+    QRectF barRect() const;
+
     double m_progress = 0.0;
     double m_displayed = 0.0;
     QVariantAnimation m_animation;

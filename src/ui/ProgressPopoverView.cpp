@@ -94,19 +94,6 @@ QString ProgressPopoverView::elidedFileName() const
     return QFontMetricsF(fileFont()).elidedText(m_state->currentFile(), Qt::ElideMiddle, kContentWidth);
 }
 
-QStringList ProgressPopoverView::drawnTexts() const
-{
-    QStringList texts{kTitle};
-    if (m_state && m_state->isComplete()) {
-        texts << m_state->completionMessage();
-        return texts;
-    }
-    texts << DropZoneView::countLine(m_state ? m_state->total() : 0);
-    if (m_state && !m_state->currentFile().isEmpty())
-        texts << elidedFileName();
-    return texts;
-}
-
 QSize ProgressPopoverView::sizeHint() const
 {
     return {kWidth, layout().height};

@@ -26,8 +26,6 @@ public:
 
     explicit ProgressPopoverView(CompressionState* state, QWidget* parent = nullptr);
 
-    /// The texts drawn now, top to bottom (the file name as drawn, possibly shortened).
-    QStringList drawnTexts() const;
     ProgressBarView* progressBar() const { return m_bar; }
 
     QSize sizeHint() const override;

@@ -1,8 +1,5 @@
-#include <thread>
-
 #include <QApplication>
 #include <QFile>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -14,6 +11,7 @@
 #include "app/FileCoordinator.h"
 #include "engine/AppGroupDefaults.h"
 #include "platform/NotificationCenter.h"
+#include "ui/DropZonePanelController.h"
 #include "ui/MenuBarManager.h"
 #include "ui/OnboardingWindowController.h"
 #include "ui/SettingsWindowController.h"
@@ -35,32 +33,6 @@ SessionResult failedBatch(const QStringList& paths)
 
 const QString kFailedSummary = QStringLiteral("Failed · Cannot decode image");
 
-// What the start-up sequence has done at one moment.
-struct StartupSnapshot
-{
-    bool defaultsRegistered = false;
-    bool managerExists = false;
-    bool onboardingFlagStored = false;
-    bool onboardingVisible = false;
-    bool handOffPolling = false;
-    bool updatesStarted = false;
-
-    bool operator==(const StartupSnapshot&) const = default;
-};
-
-char* toString(const StartupSnapshot& s)
-{
-    return qstrdup(QStringLiteral("defaults %1 manager %2 flag %3 onboarding %4 poll %5 updates %6")
-                       .arg(s.defaultsRegistered)
-                       .arg(s.managerExists)
-                       .arg(s.onboardingFlagStored)
-                       .arg(s.onboardingVisible)
-                       .arg(s.handOffPolling)
-                       .arg(s.updatesStarted)
-                       .toUtf8()
-                       .constData());
-}
-
 // Calls `onShow` when the welcome window is shown.
 class ShowWatcher final : public QObject
 {
@@ -77,13 +49,6 @@ protected:
     }
 };
 
-void setSuite(const QString& key, const QVariant& value)
-{
-    Defaults suite = Defaults::suite();
-    suite.set(key, value);
-    suite.sync();
-}
-
 } // namespace
 
 class TestAppDelegate : public QObject
@@ -96,6 +61,7 @@ class TestAppDelegate : public QObject
     std::unique_ptr<OnboardingWindowController> m_onboarding;
     ControlledEngine m_engine;
     bool m_updatesStarted = false;
+    QStringList m_atUpdates;
 
     AppDelegate::Services services(bool realEngine = false)
     {
@@ -105,30 +71,29 @@ class TestAppDelegate : public QObject
         s.fileCoordinator = m_coordinator.get();
         s.notifications = m_notifications.get();
         s.onboarding = m_onboarding.get();
-        s.startUpdateChecks = [this] { m_updatesStarted = true; };
+        s.startUpdateChecks = [this] {
+            m_atUpdates = snapshot();
+            m_updatesStarted = true;
+        };
         return s;
     }
 
-    StartupSnapshot snapshot(const AppDelegate& delegate) const
+    // What the start-up sequence has done so far.
+    QStringList snapshot() const
     {
-        StartupSnapshot s;
-        s.defaultsRegistered = !Defaults::suite().registeredDefaults().isEmpty();
-        s.managerExists = delegate.menuBarManager() != nullptr;
-        s.onboardingFlagStored = Defaults::standard().boolean(AppDelegate::kHasShownOnboardingKey);
-        s.onboardingVisible = m_onboarding->window() && m_onboarding->window()->isVisible();
-        s.handOffPolling = m_coordinator->timer() != nullptr;
-        s.updatesStarted = m_updatesStarted;
-        return s;
-    }
-
-    QString cli() const { return qEnvironmentVariable("BREVONA_CLI"); }
-
-    bool send(const QStringList& paths) const
-    {
-        QProcess sender;
-        sender.start(cli(), QStringList{QStringLiteral("send")} + paths);
-        return sender.waitForFinished(30000) && sender.exitStatus() == QProcess::NormalExit &&
-               sender.exitCode() == 0;
+        QStringList done;
+        const auto note = [&done](bool happened, const char* step) {
+            if (happened)
+                done << step;
+        };
+        note(!QGuiApplication::quitOnLastWindowClosed(), "closing a window does not quit");
+        note(!Defaults::suite().registeredDefaults().isEmpty(), "defaults");
+        note(DropZonePanelController::shared().panel(), "tray");
+        note(Defaults::standard().boolean(AppDelegate::kHasShownOnboardingKey), "onboarding flag");
+        note(m_onboarding->window() && m_onboarding->window()->isVisible(), "onboarding");
+        note(m_coordinator->timer(), "hand-off poll");
+        note(m_updatesStarted, "updates");
+        return done;
     }
 
 private slots:
@@ -152,24 +117,27 @@ private slots:
 
     void startUpRunsInOrder()
     {
+        QGuiApplication::setQuitOnLastWindowClosed(true); // Qt's default
         AppDelegate delegate(services());
         QVERIFY(!delegate.menuBarManager());
-
-        std::optional<StartupSnapshot> atOnboarding;
+        QStringList atOnboarding;
         ShowWatcher watcher;
-        watcher.onShow = [&] { atOnboarding = snapshot(delegate); };
+        watcher.onShow = [&] { atOnboarding = snapshot(); };
         qApp->installEventFilter(&watcher);
         delegate.applicationDidFinishLaunching();
         qApp->removeEventFilter(&watcher);
 
-        QVERIFY(atOnboarding);
-        QCOMPARE(*atOnboarding, (StartupSnapshot{.defaultsRegistered = true,
-                                                 .managerExists = true,
-                                                 .onboardingFlagStored = true,
-                                                 .onboardingVisible = true,
-                                                 .handOffPolling = false,
-                                                 .updatesStarted = false}));
-        QCOMPARE(snapshot(delegate), (StartupSnapshot{true, true, true, true, true, true}));
+        const QStringList all{"closing a window does not quit",
+                              "defaults",
+                              "tray",
+                              "onboarding flag",
+                              "onboarding",
+                              "hand-off poll",
+                              "updates"};
+        QCOMPARE(atOnboarding, all.mid(0, 5));
+        QCOMPARE(m_atUpdates, all.mid(0, 6));
+        QCOMPARE(snapshot(), all);
+        QVERIFY(delegate.menuBarManager());
         QCOMPARE(m_coordinator->timer()->interval(), FileCoordinator::kPollIntervalMs);
 
         // A second call does not start anything again.
@@ -178,20 +146,6 @@ private slots:
         delegate.applicationDidFinishLaunching();
         QCOMPARE(delegate.menuBarManager(), manager);
         QCOMPARE(m_coordinator->timer(), timer);
-    }
-
-    void updatesStartAfterTheHandOffPoll()
-    {
-        AppDelegate::Services s = services();
-        std::optional<StartupSnapshot> atUpdates;
-        AppDelegate* self = nullptr;
-        s.startUpdateChecks = [&] { atUpdates = snapshot(*self); };
-        AppDelegate delegate(s);
-        self = &delegate;
-        delegate.applicationDidFinishLaunching();
-        QVERIFY(atUpdates);
-        QVERIFY(atUpdates->handOffPolling);
-        QVERIFY(atUpdates->onboardingVisible);
     }
 
     void onboardingShowsOnceUntilTheFlagIsRemoved()
@@ -224,10 +178,10 @@ private slots:
         QSignalSpy finished(&delegate, &AppDelegate::handOffBatchFinished);
         CompressionState& state = delegate.menuBarManager()->compressionState();
 
-        setSuite(AppGroupDefaults::Keys::pendingFiles,
-                 QStringList{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")});
+        IsolatedConfig::store(AppGroupDefaults::Keys::pendingFiles,
+                              QStringList{QStringLiteral("/x/a b.png"), QStringLiteral("/x/ç.jpg")});
         m_coordinator->poll();
-        setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/x/c.png")});
+        IsolatedConfig::store(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/x/c.png")});
         m_coordinator->poll();
         QVERIFY(m_engine.calls.isEmpty()); // each list runs from the event loop, not inside the poll
 
@@ -248,27 +202,6 @@ private slots:
         QCOMPARE(delegate.menuBarManager()->lastSessionSummary(), kFailedSummary);
     }
 
-    void progressFromTheWorkerReachesTheState()
-    {
-        AppDelegate delegate(services());
-        delegate.applicationDidFinishLaunching();
-        CompressionState& state = delegate.menuBarManager()->compressionState();
-        const QStringList paths{QStringLiteral("/p/one.png"), QStringLiteral("/p/two.png")};
-        delegate.runHandOffBatch(paths);
-        QCOMPARE(state.total(), 2);
-        QVERIFY(state.isRunning());
-        QCOMPARE(m_engine.calls.size(), 1);
-
-        std::thread worker([progress = m_engine.calls[0].progress] {
-            progress(0, 2, QStringLiteral("one.png"));
-            progress(1, 2, QStringLiteral("two.png"));
-        });
-        worker.join();
-        QCOMPARE(state.currentFile(), QString()); // nothing applied on the worker
-        QTRY_COMPARE_WITH_TIMEOUT(state.currentFile(), QStringLiteral("two.png"), 10000);
-        QCOMPARE(state.current(), 1);
-    }
-
     void settingsChoiceOpensTheSettingsWindow()
     {
         AppDelegate delegate(services());
@@ -286,7 +219,7 @@ private slots:
             AppDelegate delegate(services());
             delegate.applicationDidFinishLaunching();
         }
-        setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/late.png")});
+        IsolatedConfig::store(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/late.png")});
         m_coordinator->poll();
         QCoreApplication::processEvents();
         QVERIFY(m_engine.calls.isEmpty());
@@ -297,32 +230,47 @@ private slots:
     {
         QTest::addColumn<bool>("showNotifications");
         QTest::addColumn<int>("batches");
-        QTest::newRow("on, one batch") << true << 1;
-        QTest::newRow("on, two batches") << true << 2;
-        QTest::newRow("off") << false << 2;
+        QTest::addColumn<bool>("realEngine");
+        QTest::newRow("on, one batch") << true << 1 << false;
+        QTest::newRow("on, two batches") << true << 2 << false;
+        QTest::newRow("off") << false << 2 << false;
+        QTest::newRow("real files through the engine") << true << 1 << true;
     }
 
     void notificationPerHandOffBatch()
     {
         QFETCH(bool, showNotifications);
         QFETCH(int, batches);
+        QFETCH(bool, realEngine);
         if (!onPrivateSessionBus())
             QSKIP("needs the private session bus that CTest starts (dbus-run-session)");
         RecordedNotifications recorded(QStringLiteral(NOTIFICATION_RECORDER));
         QVERIFY(recorded.isReady());
-        setSuite(AppGroupDefaults::Keys::showNotifications, showNotifications);
+        IsolatedConfig::store(AppGroupDefaults::Keys::showNotifications, showNotifications);
 
-        AppDelegate delegate(services());
+        QTemporaryDir work;
+        QStringList paths{QStringLiteral("/n/0.png"), QStringLiteral("/n/1.png")};
+        if (realEngine) {
+            paths = {work.filePath(QStringLiteral("mon profil ü.jpg")),
+                     work.filePath(QStringLiteral("radial.png"))};
+            QVERIFY(QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/exiv2-bug884b-monitor-profile.jpg"),
+                                paths[0]));
+            QVERIFY(QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/pil-radial_gradients.png"), paths[1]));
+        }
+
+        AppDelegate delegate(services(realEngine));
         delegate.applicationDidFinishLaunching();
         QSignalSpy finished(&delegate, &AppDelegate::handOffBatchFinished);
         for (int i = 0; i < batches; ++i) {
-            setSuite(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/n/%1.png").arg(i)});
+            IsolatedConfig::store(AppGroupDefaults::Keys::pendingFiles, realEngine ? paths : paths.mid(i, 1));
             m_coordinator->poll();
         }
-        QTRY_COMPARE_WITH_TIMEOUT(m_engine.calls.size(), batches, 10000);
-        for (int i = 0; i < batches; ++i)
-            m_engine.finish(i, failedBatch(m_engine.calls[i].paths));
-        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), batches, 20000);
+        if (!realEngine) {
+            QTRY_COMPARE_WITH_TIMEOUT(m_engine.calls.size(), batches, 10000);
+            for (int i = 0; i < batches; ++i)
+                m_engine.finish(i, failedBatch(m_engine.calls[i].paths));
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), batches, 60000);
 
         // Anything the delegate posted reaches the service before a marker posted afterwards.
         m_notifications->post(QStringLiteral("marker"), QString());
@@ -331,40 +279,17 @@ private slots:
                                  20000);
         const QList<QJsonObject> calls = recorded.calls().mid(0, recorded.calls().size() - 1);
         QCOMPARE(calls.size(), showNotifications ? batches : 0);
+        const QString summary = realEngine ? delegate.menuBarManager()->lastSessionSummary() : kFailedSummary;
         for (const QJsonObject& call : calls) {
             QCOMPARE(call.value(QStringLiteral("summary")).toString(), QStringLiteral("\u26A1 Brevona"));
-            QCOMPARE(call.value(QStringLiteral("body")).toString(), kFailedSummary);
+            QCOMPARE(call.value(QStringLiteral("body")).toString(), summary);
             QCOMPARE(call.value(QStringLiteral("appName")).toString(), QStringLiteral("Brevona"));
         }
-    }
-
-    void filesSentByTheCommandLineToolAreCompressedAndReported()
-    {
-        if (!onPrivateSessionBus())
-            QSKIP("needs the private session bus that CTest starts (dbus-run-session)");
-        if (!QFileInfo::exists(cli()))
-            QSKIP("BREVONA_CLI does not name the built brevona-cli");
-        RecordedNotifications recorded(QStringLiteral(NOTIFICATION_RECORDER));
-        QVERIFY(recorded.isReady());
-        QTemporaryDir work;
-        const QStringList sources{work.filePath(QStringLiteral("mon profil ü.jpg")),
-                                  work.filePath(QStringLiteral("radial.png"))};
-        QVERIFY(
-            QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/exiv2-bug884b-monitor-profile.jpg"), sources[0]));
-        QVERIFY(QFile::copy(QStringLiteral(BREVONA_TEST_DATA "/pil-radial_gradients.png"), sources[1]));
-
-        AppDelegate delegate(services(true));
-        delegate.applicationDidFinishLaunching();
-        QSignalSpy finished(&delegate, &AppDelegate::handOffBatchFinished);
-        QVERIFY(send(sources));
-
-        QVERIFY(finished.wait(60000));
-        QCOMPARE(delegate.menuBarManager()->compressionState().total(), 2);
-        QTRY_COMPARE_WITH_TIMEOUT(recorded.calls().size(), 1, 20000);
-        QCOMPARE(recorded.calls().first().value(QStringLiteral("body")).toString(),
-                 delegate.menuBarManager()->lastSessionSummary());
-        QVERIFY(QFileInfo::exists(work.filePath(QStringLiteral("mon profil ü-web.jpg"))));
-        QVERIFY(!Defaults::suite().hasStoredValue(AppGroupDefaults::Keys::pendingFiles));
+        if (realEngine) {
+            QCOMPARE(summary, finished.at(0).at(0).toString());
+            QCOMPARE(delegate.menuBarManager()->compressionState().total(), 2);
+            QVERIFY(QFileInfo::exists(work.filePath(QStringLiteral("mon profil ü-web.jpg"))));
+        }
     }
 };
 

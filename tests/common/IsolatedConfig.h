@@ -4,6 +4,8 @@
 #include <QTemporaryDir>
 #include <QtGlobal>
 
+#include "platform/Defaults.h"
+
 /// Points XDG_CONFIG_HOME (and so every settings store) at a fresh folder while it lives.
 class IsolatedConfig final
 {
@@ -24,6 +26,14 @@ public:
     IsolatedConfig& operator=(const IsolatedConfig&) = delete;
 
     QString path() const { return m_dir.path(); }
+
+    /// Stores `value` under `key` in the shared suite and writes it out, as another process would.
+    static void store(const QString& key, const QVariant& value)
+    {
+        Defaults suite = Defaults::suite();
+        suite.set(key, value);
+        suite.sync();
+    }
 
 private:
     QTemporaryDir m_dir;

@@ -45,13 +45,15 @@ class TestDefaults : public QObject
 {
     Q_OBJECT
 
-    QStringList child(const QStringList& args, const QString& configHome)
+    // Starts this executable as the second process, with the same settings folder.
+    static void start(QProcess& p, const QStringList& args)
+    {
+        p.start(QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("--child")} + args);
+    }
+    static QStringList child(const QStringList& args)
     {
         QProcess p;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
-        p.setProcessEnvironment(env);
-        p.start(QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("--child")} + args);
+        start(p, args);
         if (!p.waitForFinished(30000) || p.exitCode() != 0)
             return {QStringLiteral("child failed: ") + QString::fromUtf8(p.readAllStandardError())};
         return QString::fromUtf8(p.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
@@ -95,7 +97,8 @@ private slots:
         QVERIFY(JsonSettingsFormat::fromJson("", out)); // a new file
     }
 
-    void typesSurviveTheFileInAnotherProcess()
+    // Types survive the file; a write by another process is seen here.
+    void aSecondProcessReadsAndWrites()
     {
         IsolatedConfig config;
         {
@@ -108,13 +111,13 @@ private slots:
             suite.set(QStringLiteral("data"), QByteArray("xyz"));
             QVERIFY(suite.sync());
         }
-        const QStringList types =
-            child({QStringLiteral("types"), QStringLiteral("s"), QStringLiteral("i"), QStringLiteral("d"),
-                   QStringLiteral("b"), QStringLiteral("a"), QStringLiteral("data")},
-                  config.path());
-        QCOMPARE(types, (QStringList{QStringLiteral("s=QString"), QStringLiteral("i=qlonglong"),
-                                     QStringLiteral("d=double"), QStringLiteral("b=bool"),
-                                     QStringLiteral("a=QVariantList"), QStringLiteral("data=QByteArray")}));
+        QCOMPARE(child({"types", "s", "i", "d", "b", "a", "data"}),
+                 (QStringList{"s=QString", "i=qlonglong", "d=double", "b=bool", "a=QVariantList",
+                              "data=QByteArray"}));
+        QVERIFY(!Defaults::suite().hasStoredValue(QStringLiteral("suffix")));
+        QVERIFY(child({"write", "suffix", "_small"}).isEmpty());
+        QCOMPARE(Defaults::suite().string(QStringLiteral("suffix")),
+                 std::optional<QString>(QStringLiteral("_small")));
     }
 
     void registeredDefaultsAreFallbacksOnly()
@@ -157,33 +160,12 @@ private slots:
         QVERIFY(!store.data(QStringLiteral("str")).has_value());
     }
 
-    void aSecondProcessSeesAWrite()
-    {
-        IsolatedConfig config;
-        Defaults before = Defaults::suite();
-        QVERIFY(!before.hasStoredValue(QStringLiteral("suffix")));
-        QVERIFY(child({QStringLiteral("write"), QStringLiteral("suffix"), QStringLiteral("_small")},
-                      config.path())
-                    .isEmpty());
-        QCOMPARE(Defaults::suite().string(QStringLiteral("suffix")),
-                 std::optional<QString>(QStringLiteral("_small")));
-    }
-
     void concurrentUpdatesLoseNothing()
     {
         IsolatedConfig config;
         QProcess a, b;
-        for (QProcess* p : {&a, &b}) {
-            QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-            env.insert(QStringLiteral("XDG_CONFIG_HOME"), config.path());
-            p->setProcessEnvironment(env);
-        }
-        a.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("--child"), QStringLiteral("append"), QStringLiteral("list"),
-                 QStringLiteral("40"), QStringLiteral("a")});
-        b.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("--child"), QStringLiteral("append"), QStringLiteral("list"),
-                 QStringLiteral("40"), QStringLiteral("b")});
+        start(a, {"append", "list", "40", "a"});
+        start(b, {"append", "list", "40", "b"});
         QVERIFY(a.waitForFinished(60000) && b.waitForFinished(60000));
         QCOMPARE(a.exitCode(), 0);
         QCOMPARE(b.exitCode(), 0);

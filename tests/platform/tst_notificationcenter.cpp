@@ -55,15 +55,6 @@ private slots:
         QCOMPARE(shown, (QStringList{QStringLiteral("⚡ Brevona"),
                                      QStringLiteral("1 image optimized · 10 KB saved")}));
     }
-
-    void authorisationIsGranted()
-    {
-        NotificationCenter center;
-        std::optional<bool> granted;
-        center.requestAuthorization([&](bool answer) { granted = answer; });
-        QTRY_VERIFY_WITH_TIMEOUT(granted.has_value(), 5000);
-        QVERIFY(*granted);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestNotificationCenter)

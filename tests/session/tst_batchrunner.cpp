@@ -43,6 +43,11 @@ struct Rig
     BatchRunner runner{state, display, engine.engine()};
 };
 
+QTimer* hideTimer(BatchRunner& runner)
+{
+    return runner.findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly);
+}
+
 SessionResult undecodable(int count)
 {
     SessionResult result;
@@ -107,39 +112,33 @@ private slots:
         // The stored settings reached the engine: JPEG outputs with the default suffix beside each input.
         QCOMPARE(QDir(dir.path()).entryList({QStringLiteral("*-web.jpg")}).size(), 4);
         QCOMPARE(displayLog, (QStringList{"pulse on", "show", "pulse off"}));
-        QVERIFY(runner.isDismissPending());
+        QVERIFY(hideTimer(runner)->isActive());
     }
 
-    void emptyListStillRuns()
+    // The list reaches the engine untouched, with the settings stored when the batch began.
+    void listsPassedAsGiven_data()
     {
+        QTest::addColumn<QStringList>("paths");
+        QTest::newRow("empty") << QStringList{};
+        QTest::newRow("unsorted, repeated, not images")
+            << QStringList{"/p/b.png", "/p/a.png", "/p/b.png", "/p/notes.txt", "/p/folder"};
+    }
+    void listsPassedAsGiven()
+    {
+        QFETCH(QStringList, paths);
+        IsolatedConfig::store(AppGroupDefaults::Keys::maxFileSizeKB, qint64(777));
         Rig rig;
         auto& [engine, displayLog, display, state, runner] = rig;
-        runner.handleFiles({});
-        QCOMPARE(engine.calls.size(), 1);
-        QVERIFY(engine.calls[0].paths.isEmpty());
+        runner.handleFiles(paths);
+        IsolatedConfig::store(AppGroupDefaults::Keys::maxFileSizeKB, qint64(100)); // too late for this batch
+        QCOMPARE(engine.calls.at(0).paths, paths);
+        QCOMPARE(engine.calls.at(0).settings.maxFileSizeKB, 777);
         QVERIFY(state.isRunning());
-        QCOMPARE(state.total(), 0);
+        QCOMPARE(state.total(), paths.size());
         QCOMPARE(state.progress(), 0.0);
         engine.finish(0, SessionResult{});
         QTRY_VERIFY(state.isComplete());
         QCOMPARE(state.completionMessage(), SessionResult{}.summary());
-    }
-
-    // The list reaches the engine untouched, with the settings stored when the batch began.
-    void listAndSettingsPassedAsGiven()
-    {
-        Defaults suite = AppGroupDefaults::open();
-        suite.set(AppGroupDefaults::Keys::maxFileSizeKB, qint64(777));
-        suite.sync();
-        Rig rig;
-        auto& [engine, displayLog, display, state, runner] = rig;
-        const QStringList paths{"/p/b.png", "/p/a.png", "/p/b.png", "/p/notes.txt", "/p/folder"};
-        runner.handleFiles(paths);
-        suite.set(AppGroupDefaults::Keys::maxFileSizeKB, qint64(100)); // too late for this batch
-        suite.sync();
-        QCOMPARE(engine.calls.at(0).paths, paths);
-        QCOMPARE(engine.calls.at(0).settings.maxFileSizeKB, 777);
-        QCOMPARE(state.total(), 5);
     }
 
     void overlappingBatches()
@@ -167,21 +166,6 @@ private slots:
         QVERIFY(second != state.completionMessage());
         QCOMPARE(runner.lastSessionSummary(), state.completionMessage());
         QCOMPARE(displayLog, (QStringList{"pulse on", "show", "pulse on", "show", "pulse off", "pulse off"}));
-    }
-
-    void lateReportOnlyRewritesCounters()
-    {
-        Rig rig;
-        auto& [engine, displayLog, display, state, runner] = rig;
-        runner.handleFiles({"/a.jpg", "/b.jpg"});
-        engine.finish(0, optimized(200000, 50000));
-        QTRY_VERIFY(state.isComplete());
-        const QString message = state.completionMessage();
-        engine.calls[0].progress(2, 2, QString());
-        QTRY_COMPARE(state.current(), 2);
-        QVERIFY(state.isComplete());
-        QVERIFY(!state.isRunning());
-        QCOMPARE(state.completionMessage(), message);
     }
 
     // Reports come from the engine's worker thread and are applied on the main thread.
@@ -213,49 +197,38 @@ private slots:
         runner.reset();
         engine.calls[0].progress(1, 1, QStringLiteral("a.jpg"));
         engine.finish(0, optimized(100000, 10000));
-        QTest::qWait(50);
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
         QCOMPARE(state.current(), 0);
         QVERIFY(state.isRunning());
     }
 
-    // Two completions: the panel is hidden once, a full delay after the second. The marker is
-    // armed after the second completion for less than the delay, so it must come before the hide
-    // if the second completion re-armed it, and after it if only the first had armed it.
-    void hideReArmedByTheNextCompletion()
-    {
-        constexpr int delay = 400;
-        Rig rig;
-        auto& [engine, log, display, state, runner] = rig;
-        runner.setDismissDelay(delay);
-        runner.beginBatch(1);
-        runner.finishBatch(optimized(100000, 10000));
-        log << "first done";
-        QTimer::singleShot(delay / 2, this, [&] {
-            runner.finishBatch(optimized(100000, 20000));
-            log << "second done";
-            QTimer::singleShot(delay * 3 / 4, this, [&] { log << "marker"; });
-        });
-        QTRY_VERIFY_WITH_TIMEOUT(log.contains("hide"), 10000);
-        QTest::qWait(delay);
-        QCOMPARE(log, (QStringList{"pulse on", "show", "pulse off", "first done", "pulse off", "second done",
-                                   "marker", "hide"}));
-        QCOMPARE(state.completionMessage(), optimized(100000, 20000).summary());
-    }
-
-    // A hide that fires during a later batch hides the panel; progress does not bring it back.
-    void hideIsNotCancelledByANewBatch()
+    // The panel hides 3 s after the last completion: each completion re-arms the hide, a new
+    // batch does not cancel it, and progress does not bring the panel back.
+    void hideAfterTheLastCompletion()
     {
         Rig rig;
         auto& [engine, log, display, state, runner] = rig;
-        runner.setDismissDelay(50);
+        QTimer* hide = hideTimer(runner);
+        QCOMPARE(hide->interval(), BatchRunner::kDismissDelayMs);
+        QCOMPARE(BatchRunner::kDismissDelayMs, 3000);
+        QVERIFY(hide->isSingleShot() && !hide->isActive());
         runner.handleFiles({"/a.jpg"});
+        QVERIFY(!hide->isActive());
         engine.finish(0, optimized(100000, 10000));
-        QTRY_VERIFY(state.isComplete());
+        QTRY_VERIFY(hide->isActive());
         runner.handleFiles({"/b.jpg", "/c.jpg"});
+        QTest::qWait(600); // the first countdown runs on; the next completion starts it again
+        runner.finishBatch(optimized(100000, 20000));
+        QVERIFY2(hide->remainingTime() > 2700, qPrintable(QString::number(hide->remainingTime())));
+        runner.handleFiles({"/d.jpg"}); // a new batch leaves the pending hide alone
+        QVERIFY(hide->isActive());
+        hide->setInterval(0);
         QTRY_VERIFY(log.contains("hide"));
-        engine.calls[1].progress(1, 2, QStringLiteral("c.jpg"));
+        engine.calls[2].progress(1, 2, QStringLiteral("d.jpg"));
         QTRY_COMPARE(state.current(), 1);
-        QCOMPARE(log, (QStringList{"pulse on", "show", "pulse off", "pulse on", "show", "hide"}));
+        QCOMPARE(log, (QStringList{"pulse on", "show", "pulse off", "pulse on", "show", "pulse off",
+                                   "pulse on", "show", "hide"}));
     }
 
 private:

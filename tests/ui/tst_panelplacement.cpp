@@ -72,23 +72,6 @@ private slots:
         const QRect anchor = PanelPlacement::effectiveAnchor(icon, click, QRect(0, 0, 1920, 1080), available);
         QCOMPARE(PanelPlacement::topLeft(anchor, available, QSize(280, 220)), expected);
     }
-
-    void substituteAnchor_data()
-    {
-        QTest::addColumn<QRect>("screen");
-        QTest::addColumn<QRect>("anchor");
-        QTest::newRow("single screen") << QRect(0, 0, 1440, 900) << QRect(1140, 2, 280, 22);
-        QTest::newRow("second screen") << QRect(1920, 0, 2560, 1440) << QRect(1920 + 2560 - 300, 2, 280, 22);
-    }
-    void substituteAnchor()
-    {
-        QFETCH(QRect, screen);
-        QFETCH(QRect, anchor);
-        QCOMPARE(PanelPlacement::substituteAnchor(screen), anchor);
-        // The panel then hangs just under the top bar, 8 pixels from the anchor's bottom.
-        const QPoint placed = PanelPlacement::topLeft(anchor, screen.adjusted(0, 24, 0, 0), QSize(280, 220));
-        QCOMPARE(placed, QPoint(anchor.x(), screen.y() + 32));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestPanelPlacement)

@@ -38,13 +38,6 @@ Defaults suite()
     return AppGroupDefaults::open();
 }
 
-void storeInSuite(const QString& key, const QVariant& value)
-{
-    Defaults s = suite();
-    s.set(key, value);
-    s.sync();
-}
-
 } // namespace
 
 class TestSettingsView : public QObject
@@ -109,41 +102,65 @@ private slots:
         m_config.reset();
     }
 
-    // Each step toggles one of the two compression toggles and checks what shows.
-    void compressionRowsFollowTheirToggles_data()
+    // Each step clicks one toggle: its key is stored at once and the rows that depend on it show.
+    void togglesStoreAndShowTheirRows_data()
     {
         QTest::addColumn<QStringList>("steps");
-        QTest::addColumn<bool>("sizeRow");
-        QTest::addColumn<bool>("savingRow");
-        QTest::addColumn<bool>("defaultLine");
-        QTest::newRow("initially") << QStringList{} << false << false << true;
-        QTest::newRow("size on") << QStringList{"size"} << true << false << false;
-        QTest::newRow("size on and off") << QStringList{"size", "size"} << false << false << true;
-        QTest::newRow("saving on") << QStringList{"saving"} << false << true << false;
-        QTest::newRow("both on, size off") << QStringList{"size", "saving", "size"} << false << true << false;
-        QTest::newRow("both on, both off")
-            << QStringList{"size", "saving", "size", "saving"} << false << false << true;
+        QTest::addColumn<QStringList>("rows");
+        const QStringList line{"defaultQualityLine"};
+        QTest::newRow("initially") << QStringList{} << line;
+        QTest::newRow("size on") << QStringList{"size"} << QStringList{"maxFileSizeRow"};
+        QTest::newRow("size on and off") << QStringList{"size", "size"} << line;
+        QTest::newRow("saving on") << QStringList{"saving"} << QStringList{"minSavingRow"};
+        QTest::newRow("both on, size off")
+            << QStringList{"size", "saving", "size"} << QStringList{"minSavingRow"};
+        QTest::newRow("both on, both off") << QStringList{"size", "saving", "size", "saving"} << line;
+        QTest::newRow("longest edge on") << QStringList{"edge"} << line + QStringList{"longestEdgeRow"};
+        QTest::newRow("notifications off") << QStringList{"notify"} << line;
     }
-    void compressionRowsFollowTheirToggles()
+    void togglesStoreAndShowTheirRows()
     {
         QFETCH(QStringList, steps);
-        QFETCH(bool, sizeRow);
-        QFETCH(bool, savingRow);
-        QFETCH(bool, defaultLine);
+        QFETCH(QStringList, rows);
         open();
-        QCheckBox* size = toggle(QStringLiteral("Limit output file size"));
-        QCheckBox* saving = toggle(QStringLiteral("Keep original if not smaller by at least"));
-        QVERIFY(size && saving);
-        for (const QString& step : steps)
-            (step == QLatin1String("size") ? size : saving)->click();
-        QCOMPARE(shown(QStringLiteral("maxFileSizeRow")), sizeRow);
-        QCOMPARE(shown(QStringLiteral("minSavingRow")), savingRow);
-        QCOMPARE(shown(QStringLiteral("defaultQualityLine")), defaultLine);
-        QCOMPARE(suite().boolean(Keys::limitOutputFileSize), sizeRow);
-        QCOMPARE(suite().boolean(Keys::requireMinSavingPercent), savingRow);
-        QVERIFY(toggle(QStringLiteral("Show notifications after compression"))->isChecked());
+        const QList<std::tuple<QString, QString, QString>> toggles{
+            // step, label, key
+            {"size", "Limit output file size", Keys::limitOutputFileSize},
+            {"saving", "Keep original if not smaller by at least", Keys::requireMinSavingPercent},
+            {"edge", "Limit longest edge", Keys::limitLongestEdge},
+            {"notify", "Show notifications after compression", Keys::showNotifications}};
+        for (const QString& step : steps) {
+            for (const auto& [name, label, key] : toggles)
+                if (name == step)
+                    toggle(label)->click();
+        }
+        for (const char* row : {"maxFileSizeRow", "minSavingRow", "defaultQualityLine", "longestEdgeRow"})
+            QCOMPARE(shown(row), rows.contains(row));
+        for (const auto& [name, label, key] : toggles) {
+            const bool on = (steps.count(name) % 2 == 1) != (name == "notify"); // notifications start on
+            QCOMPARE(toggle(label)->isChecked(), on);
+            QCOMPARE(suite().boolean(key), on);
+        }
         QCOMPARE(find<QLabel>(QStringLiteral("defaultQualityLine"))->text(),
                  QStringLiteral("Default: ~82% quality — visually identical, significantly smaller."));
+    }
+
+    // With nothing stored or registered, the form shows the same values the engine assumes.
+    void valuesWhenNothingIsStored()
+    {
+        IsolatedConfig empty; // a suite without registered defaults
+        open();
+        QCOMPARE(toggle(QStringLiteral("Show notifications after compression"))->isChecked(), true);
+        for (const char* off :
+             {"Limit output file size", "Keep original if not smaller by at least", "Limit longest edge"})
+            QCOMPARE(toggle(off)->isChecked(), false);
+        QStringList numbers;
+        for (const char* row : {"maxFileSizeRow", "minSavingRow", "longestEdgeRow"})
+            numbers << find<QWidget>(row)->findChild<QLineEdit*>()->text();
+        QCOMPARE(numbers, (QStringList{"500", "20", "2048"}));
+        QCOMPARE(find<QLineEdit>(QStringLiteral("suffixField"))->text(), QStringLiteral("-web"));
+        QVERIFY(find<RadioRow>(QStringLiteral("format_jpeg"))->isSelected());
+        QVERIFY(find<RadioRow>(QStringLiteral("location_sameFolder"))->isSelected());
     }
 
     void numberFieldsStoreOnlyIntegers_data()
@@ -151,56 +168,76 @@ private slots:
         QTest::addColumn<QString>("typed");
         QTest::addColumn<qint64>("stored");
         QTest::addColumn<QString>("shownAfterEditing");
-        QTest::newRow("integer") << "750" << qint64(750) << "750";
-        QTest::newRow("zero is left to the engine") << "0" << qint64(0) << "0";
-        QTest::newRow("letters") << "abc" << qint64(500) << "500";
+        QTest::addColumn<QString>("field"); // empty: the size limit
+        QTest::newRow("integer") << "750" << qint64(750) << "750"
+                                 << "";
+        QTest::newRow("zero is left to the engine") << "0" << qint64(0) << "0"
+                                                    << "";
+        QTest::newRow("letters") << "abc" << qint64(500) << "500"
+                                 << "";
         // Only the whole text counts: its integer prefixes are never stored on the way.
-        QTest::newRow("trailing letter") << "75k" << qint64(500) << "500";
-        QTest::newRow("fraction") << "7.5" << qint64(500) << "500";
-        QTest::newRow("grouping separator") << "1,000" << qint64(500) << "500";
-        QTest::newRow("spaces around") << " 42 " << qint64(42) << "42";
-        QTest::newRow("negative is left to the engine") << "-5" << qint64(-5) << "-5";
-        QTest::newRow("empty") << "" << qint64(500) << "500";
+        QTest::newRow("trailing letter") << "75k" << qint64(500) << "500"
+                                         << "";
+        QTest::newRow("fraction") << "7.5" << qint64(500) << "500"
+                                  << "";
+        QTest::newRow("grouping separator") << "1,000" << qint64(500) << "500"
+                                            << "";
+        QTest::newRow("spaces around") << " 42 " << qint64(42) << "42"
+                                       << "";
+        QTest::newRow("negative is left to the engine") << "-5" << qint64(-5) << "-5"
+                                                        << "";
+        QTest::newRow("empty") << "" << qint64(500) << "500"
+                               << "";
+        QTest::newRow("longest edge") << "1600" << qint64(1600) << "1600"
+                                      << "longestEdgeRow";
+        QTest::newRow("minimum saving, letters") << "x" << qint64(20) << "20"
+                                                 << "minSavingRow";
     }
     void numberFieldsStoreOnlyIntegers()
     {
         QFETCH(QString, typed);
         QFETCH(qint64, stored);
         QFETCH(QString, shownAfterEditing);
+        QFETCH(QString, field);
+        const QHash<QString, std::pair<QString, QString>> fields{
+            // row: key, stored at first
+            {"maxFileSizeRow", {Keys::maxFileSizeKB, "500"}},
+            {"longestEdgeRow", {Keys::longestEdgePx, "2048"}},
+            {"minSavingRow", {Keys::minSavingPercent, "20"}}};
+        const auto [key, initial] = fields.value(field.isEmpty() ? QStringLiteral("maxFileSizeRow") : field);
         open();
-        toggle(QStringLiteral("Limit output file size"))->click();
-        auto* field = find<QWidget>(QStringLiteral("maxFileSizeRow"))->findChild<QLineEdit*>();
-        QVERIFY(field);
-        QCOMPARE(field->text(), QStringLiteral("500"));
-        field->setFocus();
-        field->selectAll();
-        QTest::keyClick(field, Qt::Key_Backspace);
-        QTest::keyClicks(field, typed);
-        QTest::keyClick(field, Qt::Key_Return);
-        QCOMPARE(suite().integer(Keys::maxFileSizeKB), stored);
-        QCOMPARE(field->text(), shownAfterEditing);
+        for (const char* label :
+             {"Limit output file size", "Keep original if not smaller by at least", "Limit longest edge"})
+            toggle(label)->click();
+        auto* edit = find<QWidget>(field.isEmpty() ? QStringLiteral("maxFileSizeRow") : field)
+                         ->findChild<QLineEdit*>();
+        QVERIFY(edit);
+        QCOMPARE(edit->text(), initial);
+        edit->setFocus();
+        edit->selectAll();
+        QTest::keyClick(edit, Qt::Key_Backspace);
+        QTest::keyClicks(edit, typed);
+        QTest::keyClick(edit, Qt::Key_Return);
+        QCOMPARE(suite().integer(key), stored);
+        QCOMPARE(edit->text(), shownAfterEditing);
     }
 
     void formatRowsStoreRawValues_data()
     {
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("raw");
-        QTest::newRow("png") << "Convert to PNG"
-                             << "png";
-        QTest::newRow("webp") << "Convert to WebP"
-                              << "webp";
-        QTest::newRow("avif") << "Convert to AVIF (best compression)"
-                              << "avif";
-        QTest::newRow("original") << "Keep original format"
-                                  << "original";
-        QTest::newRow("jpeg") << "Convert to JPEG"
-                              << "jpeg";
+        for (const auto& [label, raw] : {std::pair{"Convert to PNG", "png"},
+                                         {"Convert to WebP", "webp"},
+                                         {"Convert to AVIF (best compression)", "avif"},
+                                         {"Keep original format", "original"},
+                                         {"Convert to JPEG", "jpeg"}})
+            QTest::newRow(raw) << QString(label) << QString(raw);
     }
     void formatRowsStoreRawValues()
     {
         QFETCH(QString, label);
         QFETCH(QString, raw);
-        storeInSuite(Keys::outputFormat, QStringLiteral("webp"));
+        IsolatedConfig::store(Keys::outputFormat, QStringLiteral("webp"));
         open();
         const QList<RadioRow*> rows = find<QWidget>(QStringLiteral("format_jpeg"))
                                           ->parentWidget()
@@ -225,10 +262,10 @@ private slots:
         QTest::addColumn<QString>("stored");
         QTest::addColumn<bool>("folderRow");
         QTest::addColumn<bool>("sameFolderCaption");
-        QTest::newRow("custom folder") << "location_customFolder"
-                                       << "customFolder" << true << false;
-        QTest::newRow("same folder") << "location_sameFolder"
-                                     << "sameFolder" << false << true;
+        QTest::newRow("custom folder")
+            << QStringLiteral("location_customFolder") << "customFolder" << true << false;
+        QTest::newRow("same folder") << QStringLiteral("location_sameFolder") << "sameFolder" << false
+                                     << true;
     }
     void locationRows()
     {
@@ -236,8 +273,8 @@ private slots:
         QFETCH(QString, stored);
         QFETCH(bool, folderRow);
         QFETCH(bool, sameFolderCaption);
-        storeInSuite(Keys::outputLocation,
-                     stored == QLatin1String("sameFolder") ? "customFolder" : "sameFolder");
+        IsolatedConfig::store(Keys::outputLocation,
+                              stored == QLatin1String("sameFolder") ? "customFolder" : "sameFolder");
         open();
         QVERIFY(shown(QStringLiteral("customFolderBlock")) != folderRow);
         find<RadioRow>(row)->click();
@@ -249,10 +286,22 @@ private slots:
         QCOMPARE(find<RadioRow>(QStringLiteral("location_sameFolder"))->isSelected(), !folderRow);
     }
 
+    void suffixIsStoredAsTyped()
+    {
+        open();
+        auto* suffix = find<QLineEdit>(QStringLiteral("suffixField"));
+        QCOMPARE(suffix->text(), QStringLiteral("-web"));
+        suffix->selectAll();
+        QTest::keyClick(suffix, Qt::Key_Backspace);
+        QCOMPARE(suite().string(Keys::suffix), std::optional<QString>(QString())); // no suffix at all
+        QTest::keyClicks(suffix, QStringLiteral("_small"));
+        QCOMPARE(suite().string(Keys::suffix), std::optional<QString>(QStringLiteral("_small")));
+    }
+
     void cancelledChooserKeepsTheFolder()
     {
         QTemporaryDir first;
-        storeInSuite(Keys::outputLocation, QStringLiteral("customFolder"));
+        IsolatedConfig::store(Keys::outputLocation, QStringLiteral("customFolder"));
         SettingsView* view = open();
         auto* path = find<ElidedLabel>(QStringLiteral("folderPath"));
         QCOMPARE(path->fullText(), QStringLiteral("Not set"));
@@ -275,8 +324,8 @@ private slots:
     {
         QTemporaryDir base;
         const QString folder = base.path() + QStringLiteral("/exports");
-        storeInSuite(Keys::outputLocation, QStringLiteral("customFolder"));
-        storeInSuite(Keys::customFolderBookmark, *FolderBookmark::create(folder));
+        IsolatedConfig::store(Keys::outputLocation, QStringLiteral("customFolder"));
+        IsolatedConfig::store(Keys::customFolderBookmark, *FolderBookmark::create(folder));
         open();
         QVERIFY(shown(QStringLiteral("folderMissing")));
         QCOMPARE(find<QLabel>(QStringLiteral("folderMissing"))->text(),
@@ -286,9 +335,9 @@ private slots:
         QVERIFY(QDir().mkpath(folder));
         m_controller->window()->close();
         // Changes made elsewhere while the window was closed show when it opens again.
-        storeInSuite(Keys::limitOutputFileSize, true);
-        storeInSuite(Keys::maxFileSizeKB, qint64(900));
-        storeInSuite(Keys::suffix, QStringLiteral("-small"));
+        IsolatedConfig::store(Keys::limitOutputFileSize, true);
+        IsolatedConfig::store(Keys::maxFileSizeKB, qint64(900));
+        IsolatedConfig::store(Keys::suffix, QStringLiteral("-small"));
         m_controller->showSettings();
         QVERIFY(!shown(QStringLiteral("folderMissing")));
         QVERIFY(toggle(QStringLiteral("Limit output file size"))->isChecked());
