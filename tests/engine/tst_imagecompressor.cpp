@@ -1,7 +1,6 @@
 #include <atomic>
 #include <filesystem>
 #include <memory>
-#include <tuple>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -23,8 +22,6 @@
 using namespace EngineFixtures;
 
 namespace {
-
-using Progress = std::tuple<int, int, QString>;
 
 /// The defaults (jpeg, balanced, "-web", same folder, no limits) with another format, scaled to
 /// `maxEdge` when above 0 (below 0: that edge stored, the limit off) and kept under `limitKB`.
@@ -48,6 +45,16 @@ class TestImageCompressor final : public QObject
 private:
     std::unique_ptr<QTemporaryDir> m_dir;
     QMap<QString, QByteArray> m_originals;
+    QStringList m_progress; // "current/total label"
+    QSet<QThread*> m_progressThreads;
+
+    ImageCompressor::ProgressCallback recorder()
+    {
+        return [this](int current, int total, const QString& label) {
+            m_progress.append(QStringLiteral("%1/%2 %3").arg(current).arg(total).arg(label));
+            m_progressThreads.insert(QThread::currentThread());
+        };
+    }
 
     /// A fixture copied into this test's folder; its bytes are checked again after the test.
     QString source(const QString& fixture, const QString& asName = {})
@@ -70,6 +77,8 @@ private Q_SLOTS:
     {
         m_dir = std::make_unique<QTemporaryDir>();
         m_originals.clear();
+        m_progress.clear();
+        m_progressThreads.clear();
     }
     void cleanup()
     {
@@ -207,16 +216,13 @@ private Q_SLOTS:
         QFETCH(QString, extension);
         QFETCH(int, pages);
         const QString pdf = source(fixture, QStringLiteral("report.pdf"));
-        QList<Progress> progress;
-        const SessionResult session = ImageCompressor::shared().compressBatch(
-            {pdf}, settingsFor(format, 100), [&progress](int i, int total, const QString& label) {
-                progress.append({i, total, label});
-            });
-        QList<Progress> expectedProgress;
+        const SessionResult session =
+            ImageCompressor::shared().compressBatch({pdf}, settingsFor(format, 100), recorder());
+        QStringList expectedProgress;
         for (int page = 0; page < pages; ++page)
-            expectedProgress.append({page, pages, QStringLiteral("report.pdf p%1").arg(page + 1)});
-        expectedProgress.append({pages, pages, QString()});
-        QCOMPARE(progress, expectedProgress);
+            expectedProgress.append(
+                QStringLiteral("%1/%2 report.pdf p%3").arg(page).arg(pages).arg(page + 1));
+        QCOMPARE(m_progress, expectedProgress << QStringLiteral("%1/%1 ").arg(pages));
         QCOMPARE(session.results.size(), pages);
         for (int page = 0; page < pages; ++page) {
             const CompressionResult& result = session.results[page];
@@ -274,27 +280,11 @@ private Q_SLOTS:
         });
         CompressionSettings settings = settingsFor();
         settings.requireMinSavingPercent = true;
-        QList<Progress> progress;
-        QSet<QThread*> threads;
-        const SessionResult session = engine
-                                          .compress(
-                                              paths, settings,
-                                              [&](int i, int total, const QString& label) {
-                                                  progress.append({i, total, label});
-                                                  threads.insert(QThread::currentThread());
-                                              },
-                                              jobs)
-                                          .result();
-
-        QCOMPARE(progress, (QList<Progress>{{0, 6, "a.png"},
-                                            {1, 6, "a.png"},
-                                            {2, 6, "x.png"},
-                                            {3, 6, "bad.png"},
-                                            {4, 6, "a.png"},
-                                            {5, 6, "x.jpg"},
-                                            {6, 6, QString()}}));
-        QCOMPARE(threads.size(), 1);
-        QVERIFY(!threads.contains(QThread::currentThread()));
+        const SessionResult session = engine.compress(paths, settings, recorder(), jobs).result();
+        QCOMPARE(m_progress, (QStringList{"0/6 a.png", "1/6 a.png", "2/6 x.png", "3/6 bad.png", "4/6 a.png",
+                                          "5/6 x.jpg", "6/6 "}));
+        QCOMPARE(m_progressThreads.size(), 1);
+        QVERIFY(!m_progressThreads.contains(QThread::currentThread()));
         QStringList outcomes; // source: output or error, and the size reported
         for (const CompressionResult& result : session.results) {
             outcomes.append(QStringLiteral("%1: %2 %3")
@@ -318,13 +308,8 @@ private Q_SLOTS:
 
     void emptyBatchReportsOnce()
     {
-        QList<Progress> progress;
-        const SessionResult session = ImageCompressor::shared().compressBatch(
-            {}, settingsFor(), [&progress](int i, int total, const QString& label) {
-                progress.append({i, total, label});
-            });
-        QVERIFY(session.results.isEmpty());
-        QCOMPARE(progress, (QList<Progress>{{0, 0, QString()}}));
+        QVERIFY(ImageCompressor::shared().compressBatch({}, settingsFor(), recorder()).results.isEmpty());
+        QCOMPARE(m_progress, QStringList{"0/0 "});
     }
 
     void keepsOutput_data()

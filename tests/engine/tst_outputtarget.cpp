@@ -71,16 +71,6 @@ private Q_SLOTS:
         QCOMPARE(entries(dir.path()).filter(QStringLiteral(".tmp")), QStringList{});
     }
 
-    void exactTargetNeverReplaces()
-    {
-        QTemporaryDir dir;
-        const QString path = dir.filePath(QStringLiteral("out.png"));
-        QVERIFY(OutputTarget::exactly(path).write("first"));
-        QVERIFY(!OutputTarget::exactly(path).write("second"));
-        QCOMPARE(readFile(path), QByteArray("first"));
-        QCOMPARE(entries(dir.path()), QStringList{"out.png"});
-    }
-
     void unwritableFolderFailsWithoutLeftovers_data()
     {
         QTest::addColumn<bool>("missing");
