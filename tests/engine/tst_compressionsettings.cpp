@@ -6,7 +6,6 @@
 #include "engine/CompressionSettings.h"
 #include "engine/OutputFormat.h"
 #include "platform/Defaults.h"
-#include "platform/FolderBookmark.h"
 
 using Keys = AppGroupDefaults::Keys;
 
@@ -66,6 +65,12 @@ private slots:
         QTest::newRow("missing suffix") << QString() << QVariant() << "suffix -web";
         QTest::newRow("location custom")
             << Keys::outputLocation << QVariant("customFolder") << "location customFolder";
+        // A folder that no longer exists still resolves; the pipeline decides what that means.
+        QTest::newRow("bookmark of a gone folder")
+            << Keys::customFolderBookmark << QVariant(QByteArray("/no/such/folder"))
+            << "folder /no/such/folder";
+        QTest::newRow("bookmark that is no path")
+            << Keys::customFolderBookmark << QVariant(QByteArray("not a path")) << "folder none";
         QTest::newRow("location misspelt")
             << Keys::outputLocation << QVariant("CustomFolder") << "location sameFolder";
     }
@@ -80,20 +85,6 @@ private slots:
             store.set(key, stored);
         const QStringList actual = fields(CompressionSettings::from(store));
         QVERIFY2(actual.contains(expected), qPrintable(actual.join(u',')));
-    }
-
-    void customFolderBookmark()
-    {
-        IsolatedConfig config;
-        Defaults suite = AppGroupDefaults::open();
-        // A folder that no longer exists still resolves; the pipeline decides what that means.
-        suite.set(Keys::customFolderBookmark, *FolderBookmark::create(QStringLiteral("/no/such/folder")));
-        QVERIFY(suite.sync());
-        QCOMPARE(CompressionSettings::current().customFolderURL,
-                 std::optional<QString>(QStringLiteral("/no/such/folder")));
-        suite.set(Keys::customFolderBookmark, QByteArray("not a path"));
-        QVERIFY(suite.sync());
-        QVERIFY(!CompressionSettings::current().customFolderURL.has_value());
     }
 
     void migrationRunsOnce()
