@@ -1,15 +1,20 @@
 #include <filesystem>
 
+#include <signal.h>
+
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include "IsolatedConfig.h"
+#include "engine/AppGroupDefaults.h"
+#include "platform/InstanceKey.h"
 
 namespace {
 
@@ -27,6 +32,7 @@ QString fixture(const QString& name)
 
 } // namespace
 
+// Drives the built brevona-cli as the separate process it is in use.
 class TestCli final : public QObject
 {
     Q_OBJECT
@@ -35,6 +41,9 @@ private:
     std::unique_ptr<IsolatedConfig> m_config;
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<QTemporaryDir> m_data; // XDG_DATA_HOME
+    QTemporaryDir m_standInDir;
+    QString m_standIn;    // stands in for the application: logs its start, holds its lock
+    QString m_standInLog; // one line per start
 
     Run cli(const QStringList& arguments) const
     {
@@ -48,25 +57,46 @@ private:
         return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
                 process.readAllStandardOutput(), process.readAllStandardError()};
     }
-    QString copy(const QString& name, const QString& asName = {}) const
+    QString copy(const QString& name, const QString& asName) const
     {
-        const QString target = m_dir->filePath(asName.isEmpty() ? name : asName);
-        QFile::copy(fixture(name), target);
-        return target;
+        QFile::copy(fixture(name), m_dir->filePath(asName));
+        return m_dir->filePath(asName);
     }
-    QString write(const QString& name, const QByteArray& bytes) const
+    /// Runs send as `program arguments` (brevona-cli send FILES by default), with the build's
+    /// brevona-cli first on PATH and a stand-in application.
+    QProcess* startSend(const QStringList& files, const QString& workingDirectory = {}, bool display = false,
+                        QString program = {}, QStringList arguments = {})
     {
-        QFile file(m_dir->filePath(name));
-        file.open(QIODevice::WriteOnly);
-        file.write(bytes);
-        return file.fileName();
+        auto* sender = new QProcess(this);
+        if (!workingDirectory.isEmpty())
+            sender->setWorkingDirectory(workingDirectory);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("PATH"),
+                           QFileInfo(qEnvironmentVariable("BREVONA_CLI")).absolutePath() + u':' +
+                               environment.value(QStringLiteral("PATH")));
+        environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        if (display)
+            environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":97"));
+        else
+            environment.remove(QStringLiteral("DISPLAY"));
+        environment.insert(QStringLiteral("BREVONA_APP"), m_standIn);
+        environment.insert(QStringLiteral("STANDIN_LOG"), m_standInLog);
+        environment.insert(QStringLiteral("STANDIN_LOCK"),
+                           InstanceKey::defaultKey() + QStringLiteral(".lock"));
+        sender->setProcessEnvironment(environment);
+        if (program.isEmpty()) {
+            program = qEnvironmentVariable("BREVONA_CLI");
+            arguments = QStringList{QStringLiteral("send")} + files;
+        }
+        sender->start(program, arguments);
+        return sender;
     }
+
     QJsonObject storedSuite() const
     {
         QFile file(m_config->path() + QStringLiteral("/orvik/Q7LM2XK9RT.com.orvik.shared.json"));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll()).object();
+        return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object()
+                                              : QJsonObject();
     }
 
 private Q_SLOTS:
@@ -80,44 +110,56 @@ private Q_SLOTS:
         m_config = std::make_unique<IsolatedConfig>();
         m_dir = std::make_unique<QTemporaryDir>();
         m_data = std::make_unique<QTemporaryDir>();
+        m_standIn = m_standInDir.filePath(QStringLiteral("brevona"));
+        m_standInLog = m_standInDir.filePath(QStringLiteral("starts.log"));
+        QFile::remove(m_standInLog);
+        QFile script(m_standIn);
+        QVERIFY(script.open(QIODevice::WriteOnly));
+        script.write(
+            "#!/bin/sh\necho started >> \"$STANDIN_LOG\"\necho $$ > \"$STANDIN_LOCK\"\nexec sleep 60\n");
+        script.close();
+        QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
+    void cleanup()
+    {
+        // Stop the stand-in this test started, through the process id it left in the lock.
+        const QString key = InstanceKey::defaultKey();
+        QFile lock(key + QStringLiteral(".lock"));
+        if (lock.open(QIODevice::ReadOnly)) {
+            const qint64 pid = lock.readLine().trimmed().toLongLong();
+            if (pid > 0)
+                ::kill(static_cast<pid_t>(pid), SIGTERM);
+            lock.remove();
+        }
+        QFile::remove(key + QStringLiteral(".start.lock"));
+        m_config.reset();
     }
 
     void jsonReportsEveryJob()
     {
-        const QString png = copy(QStringLiteral("rgba-32x32.png"));
+        const QString png = copy(QStringLiteral("rgba-32x32.png"), QStringLiteral("rgba.png"));
         const QString pdf = copy(QStringLiteral("three-pages-200x100pt.pdf"), QStringLiteral("doc.pdf"));
-        const QString broken = write(QStringLiteral("broken.jpg"), "not an image");
-        const QString jpg = copy(QStringLiteral("orient1-360x240.jpg"));
+        const QString broken = copy(QStringLiteral("truncated.jpg"), QStringLiteral("broken.jpg"));
+        const QString jpg = copy(QStringLiteral("orient1-360x240.jpg"), QStringLiteral("o.jpg"));
         const Run run = cli({QStringLiteral("compress"), QStringLiteral("--json"), png, pdf, broken, jpg});
         QCOMPARE(run.exitCode, 1);
         QJsonParseError error;
         const QJsonObject report = QJsonDocument::fromJson(run.out, &error).object();
         QVERIFY2(error.error == QJsonParseError::NoError, run.out.constData());
-        QCOMPARE(report.value(QStringLiteral("summary")).toString(),
-                 QStringLiteral("5/6 optimized · 1 failed"));
-        const QJsonArray results = report.value(QStringLiteral("results")).toArray();
+        QCOMPARE(report["summary"].toString(), QStringLiteral("5/6 optimized · 1 failed"));
+        const QJsonArray results = report["results"].toArray();
         QCOMPARE(results.size(), 6);
         const QStringList sources{png, pdf, pdf, pdf, broken, jpg};
         for (int i = 0; i < results.size(); ++i) {
             const QJsonObject result = results[i].toObject();
-            QCOMPARE(result.value(QStringLiteral("source")).toString(), sources[i]);
-            QVERIFY(result.value(QStringLiteral("originalSize")).isDouble());
-            QVERIFY(result.value(QStringLiteral("compressedSize")).isDouble());
-            if (i == 4) {
-                QVERIFY(result.value(QStringLiteral("output")).isNull());
-                QCOMPARE(result.value(QStringLiteral("error")).toString(),
-                         QStringLiteral("Cannot decode image"));
-                QCOMPARE(result.value(QStringLiteral("compressedSize")).toInteger(), 0);
-            } else {
-                QVERIFY(result.value(QStringLiteral("error")).isNull());
-                const QString output = result.value(QStringLiteral("output")).toString();
-                QVERIFY(QFileInfo::exists(output));
-                QCOMPARE(result.value(QStringLiteral("compressedSize")).toInteger(),
-                         QFileInfo(output).size());
-            }
+            QCOMPARE(result["source"].toString(), sources[i]);
+            QVERIFY(result["originalSize"].isDouble() && result["compressedSize"].isDouble());
+            const QString output = result["output"].toString();
+            QCOMPARE(result["error"].toString(), i == 4 ? QStringLiteral("Cannot decode image") : QString());
+            QCOMPARE(result["compressedSize"].toInteger(), i == 4 ? 0 : QFileInfo(output).size());
+            QCOMPARE(result["output"].isNull(), i == 4);
         }
-        QCOMPARE(results[2].toObject().value(QStringLiteral("output")).toString(),
-                 m_dir->filePath(QStringLiteral("doc-web-p2.jpg")));
+        QCOMPARE(results[2]["output"].toString(), m_dir->filePath(QStringLiteral("doc-web-p2.jpg")));
         QVERIFY(run.err.contains("doc.pdf p3")); // progress goes to stderr
     }
 
@@ -133,8 +175,8 @@ private Q_SLOTS:
             << QStringList{"--min-saving", "100"} << 0 << "Already optimized · no changes needed"
             << QStringList{};
         QTest::newRow("flags change the output")
-            << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s"} << 0 << ""
-            << QStringList{};
+            << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s", "--out", "out"} << 0
+            << "" << QStringList{};
         QTest::newRow("stored saving rule off for one run")
             << QStringList{"--no-min-saving"} << 0 << "Done · files were already optimized"
             << QStringList{"requireMinSavingPercent", "true", "minSavingPercent", "100"};
@@ -155,100 +197,104 @@ private Q_SLOTS:
             QCOMPARE(cli({QStringLiteral("settings"), stored[i], stored[i + 1]}).exitCode, 0);
         const QString a = copy(QStringLiteral("orient1-360x240.jpg"), QStringLiteral("a.jpg"));
         const QString b = copy(QStringLiteral("shoes-srgb-150x100.jpg"), QStringLiteral("b.jpg"));
+        const int out = options.indexOf(QStringLiteral("--out")) + 1;
+        if (out > 0) {
+            options[out] = m_dir->filePath(options[out]);
+            QVERIFY(QDir().mkdir(options[out]));
+        }
         const Run run = cli(QStringList{QStringLiteral("compress")} + options + QStringList{a, b});
         QCOMPARE(run.exitCode, exitCode);
         const QStringList lines = QString::fromUtf8(run.out).trimmed().split(QLatin1Char('\n'));
         QCOMPARE(lines.size(), 3); // one line per job, then the summary
         if (!lastLine.isEmpty())
             QCOMPARE(lines.last(), lastLine);
-        if (options.contains(QStringLiteral("_s")))
-            QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("a_s.png"))));
-        QVERIFY(storedSuite().isEmpty() ||
-                !storedSuite().contains(QStringLiteral("outputFormat"))); // nothing saved
+        if (out > 0)
+            QCOMPARE(QDir(options[out]).entryList(QDir::Files), (QStringList{"a_s.png", "b_s.png"}));
+        QVERIFY(!storedSuite().contains(QStringLiteral("outputFormat"))); // nothing saved
         if (!stored.isEmpty()) // an 8-pixel edge or a 1 KB limit would give a file under 1 KB
             QVERIFY(QFileInfo(m_dir->filePath(QStringLiteral("a-web.jpg"))).size() > 1024);
     }
 
-    void usageErrors_data()
+    // Usage errors exit 2 with the reason on stderr and store nothing; help and the version
+    // exit 0 on stdout.
+    void commandLine_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("message"); // part of what stderr says
-        QTest::newRow("nothing") << QStringList{} << "usage:";
-        QTest::newRow("unknown command") << QStringList{"frobnicate"} << "unknown command";
-        QTest::newRow("no files") << QStringList{"compress", "--json"} << "no files";
-        QTest::newRow("unknown option") << QStringList{"compress", "--bogus", "x.jpg"} << "bogus";
-        QTest::newRow("unknown format") << QStringList{"compress", "--format", "gif", "x.jpg"} << "avif";
-        QTest::newRow("unknown mode") << QStringList{"compress", "--mode", "turbo", "x.jpg"} << "balanced";
-        QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"} << "whole number";
-        QTest::newRow("edge not a number") << QStringList{"compress", "--max-edge", "big", "x.jpg"} << "";
-        QTest::newRow("saving above 100") << QStringList{"compress", "--min-saving", "101", "x.jpg"} << "100";
-        QTest::newRow("zero jobs") << QStringList{"compress", "--jobs", "0", "x.jpg"} << "--jobs";
-        QTest::newRow("jobs not a number") << QStringList{"compress", "--jobs", "all", "x.jpg"} << "--jobs";
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("message"); // stdout's first line; on an error part of stderr
+        QTest::newRow("version") << QStringList{"--version"} << 0 << "brevona-cli 0.1.0";
+        QTest::newRow("help") << QStringList{"help"} << 0 << "usage:";
+        QTest::newRow("--help") << QStringList{"--help"} << 0 << "usage:";
+        QTest::newRow("help compress") << QStringList{"help", "compress"} << 0
+                                       << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
+        QTest::newRow("compress --help among options")
+            << QStringList{"compress", "--json", "--help"} << 0
+            << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
+        QTest::newRow("send --help") << QStringList{"send", "--help"} << 0
+                                     << "usage: brevona-cli send [--] FILE...";
+        QTest::newRow("settings -h") << QStringList{"settings", "-h"} << 0
+                                     << "usage: brevona-cli settings [KEY [VALUE]] | settings --delete KEY";
+        QTest::newRow("install-actions --help")
+            << QStringList{"install-actions", "--help"} << 0 << "usage: brevona-cli install-actions";
+        QTest::newRow("nothing") << QStringList{} << 2 << "usage:";
+        QTest::newRow("unknown command") << QStringList{"frobnicate"} << 2 << "unknown command";
+        QTest::newRow("no files") << QStringList{"compress", "--json"} << 2 << "no files";
+        QTest::newRow("unknown option") << QStringList{"compress", "--bogus", "x.jpg"} << 2 << "bogus";
+        QTest::newRow("unknown format") << QStringList{"compress", "--format", "gif", "x.jpg"} << 2 << "avif";
+        QTest::newRow("unknown mode")
+            << QStringList{"compress", "--mode", "turbo", "x.jpg"} << 2 << "balanced";
+        QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"} << 2
+                                   << "whole number";
+        QTest::newRow("saving above 100")
+            << QStringList{"compress", "--min-saving", "101", "x.jpg"} << 2 << "100";
+        QTest::newRow("zero jobs") << QStringList{"compress", "--jobs", "0", "x.jpg"} << 2 << "--jobs";
         QTest::newRow("missing out folder")
-            << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"} << "does not exist";
+            << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"} << 2 << "does not exist";
         QTest::newRow("a limit and its opposite")
-            << QStringList{"compress", "--max-size", "9", "--no-max-size", "x.jpg"} << "together";
-        QTest::newRow("help for nothing known") << QStringList{"help", "frobnicate"} << "usage:";
-        QTest::newRow("settings with three words") << QStringList{"settings", "a", "b", "c"} << "usage:";
+            << QStringList{"compress", "--max-size", "9", "--no-max-size", "x.jpg"} << 2 << "together";
+        QTest::newRow("send no files") << QStringList{"send"} << 2 << "usage:";
+        QTest::newRow("send an option") << QStringList{"send", "--json", "/a.png"} << 2 << "usage:";
+        QTest::newRow("settings with three words") << QStringList{"settings", "a", "b", "c"} << 2 << "usage:";
         QTest::newRow("integer setting from text")
-            << QStringList{"settings", "maxFileSizeKB", "lots"} << "expected a whole number from 0 up";
-        QTest::newRow("negative size") << QStringList{"settings", "maxFileSizeKB", "-5"} << "whole number";
-        QTest::newRow("fractional edge") << QStringList{"settings", "longestEdgePx", "1.5"} << "whole number";
+            << QStringList{"settings", "maxFileSizeKB", "lots"} << 2 << "expected a whole number from 0 up";
+        QTest::newRow("negative size")
+            << QStringList{"settings", "maxFileSizeKB", "-5"} << 2 << "whole number";
+        QTest::newRow("fractional edge")
+            << QStringList{"settings", "longestEdgePx", "1.5"} << 2 << "whole number";
         QTest::newRow("percent above 100")
-            << QStringList{"settings", "minSavingPercent", "150"} << "0 to 100";
+            << QStringList{"settings", "minSavingPercent", "150"} << 2 << "0 to 100";
         QTest::newRow("bool setting from text")
-            << QStringList{"settings", "limitOutputFileSize", "maybe"} << "expected true or false";
-        QTest::newRow("capitalised mode") << QStringList{"settings", "compressionMode", "Balanced"}
+            << QStringList{"settings", "limitOutputFileSize", "maybe"} << 2 << "expected true or false";
+        QTest::newRow("capitalised mode") << QStringList{"settings", "compressionMode", "Balanced"} << 2
                                           << "expected one of lossless, balanced, aggressive";
         QTest::newRow("unknown format setting")
-            << QStringList{"settings", "outputFormat", "gif"} << "jpeg, png, webp, avif, original";
+            << QStringList{"settings", "outputFormat", "gif"} << 2 << "jpeg, png, webp, avif, original";
         QTest::newRow("unknown location")
-            << QStringList{"settings", "outputLocation", "desktop"} << "sameFolder, customFolder";
-        QTest::newRow("quality above 1") << QStringList{"settings", "quality", "80"} << "0 to 1";
+            << QStringList{"settings", "outputLocation", "desktop"} << 2 << "sameFolder, customFolder";
+        QTest::newRow("quality above 1") << QStringList{"settings", "quality", "80"} << 2 << "0 to 1";
         QTest::newRow("bookmark of a missing folder")
-            << QStringList{"settings", "customFolderBookmark", "/nonexistent/folder"} << "existing folder";
-        QTest::newRow("hand-off list as text") << QStringList{"settings", "pendingFiles", "/a.png"} << "send";
+            << QStringList{"settings", "customFolderBookmark", "/nonexistent/folder"} << 2
+            << "existing folder";
+        QTest::newRow("hand-off list as text")
+            << QStringList{"settings", "pendingFiles", "/a.png"} << 2 << "send";
     }
-    void usageErrors()
+    void commandLine()
     {
         QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
         QFETCH(QString, message);
         const Run run = cli(arguments);
-        QCOMPARE(run.exitCode, 2);
+        QCOMPARE(run.exitCode, exitCode);
+        if (exitCode == 0) {
+            QCOMPARE(QString::fromUtf8(run.out).section(u'\n', 0, 0), message);
+            QVERIFY(run.err.isEmpty());
+            return;
+        }
         QVERIFY2(run.err.contains(message.toUtf8()), run.err.constData());
         QVERIFY2(!run.err.contains("qlonglong") && !run.err.contains("QString"), run.err.constData());
         QVERIFY(run.out.isEmpty());
-        QVERIFY(!storedSuite().contains(QStringLiteral("maxFileSizeKB")));
-        QVERIFY(!storedSuite().contains(QStringLiteral("compressionMode")));
-    }
-
-    void helpAndVersion_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("firstLine");
-        QTest::newRow("version") << QStringList{"--version"} << "brevona-cli 0.1.0";
-        QTest::newRow("help") << QStringList{"help"} << "usage:";
-        QTest::newRow("--help") << QStringList{"--help"} << "usage:";
-        QTest::newRow("help compress")
-            << QStringList{"help", "compress"} << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
-        QTest::newRow("compress --help among options")
-            << QStringList{"compress", "--json", "--help"}
-            << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
-        QTest::newRow("send --help") << QStringList{"send", "--help"}
-                                     << "usage: brevona-cli send [--] FILE...";
-        QTest::newRow("settings -h") << QStringList{"settings", "-h"}
-                                     << "usage: brevona-cli settings [KEY [VALUE]] | settings --delete KEY";
-        QTest::newRow("install-actions --help")
-            << QStringList{"install-actions", "--help"} << "usage: brevona-cli install-actions";
-    }
-    void helpAndVersion()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, firstLine);
-        const Run run = cli(arguments);
-        QCOMPARE(run.exitCode, 0);
-        QCOMPARE(QString::fromUtf8(run.out).section(u'\n', 0, 0), firstLine);
-        QVERIFY(run.err.isEmpty());
+        for (const char* key : {"maxFileSizeKB", "compressionMode", "pendingFiles"})
+            QVERIFY(!storedSuite().contains(QLatin1String(key)));
     }
 
     void foldersExpand_data()
@@ -289,23 +335,12 @@ private Q_SLOTS:
                             QStringList{folder});
         QCOMPARE(run.exitCode, processed.join(u' ').contains(u':') ? 1 : 0);
         QStringList sources;
-        for (const QJsonValue result :
-             QJsonDocument::fromJson(run.out).object().value(QStringLiteral("results")).toArray()) {
-            const QString error = result[QStringLiteral("error")].toString();
-            sources.append(result[QStringLiteral("source")].toString().mid(folder.size() + 1) +
+        for (const QJsonValue result : QJsonDocument::fromJson(run.out)["results"].toArray()) {
+            const QString error = result["error"].toString();
+            sources.append(result["source"].toString().mid(folder.size() + 1) +
                            (error.isEmpty() ? QString() : QStringLiteral(": ") + error));
         }
         QCOMPARE(sources, processed);
-    }
-
-    void outFolderReceivesOutputs()
-    {
-        QTemporaryDir out;
-        const QString a = copy(QStringLiteral("rgba-32x32.png"));
-        const Run run = cli({QStringLiteral("compress"), QStringLiteral("--out"), out.path(),
-                             QStringLiteral("--format"), QStringLiteral("webp"), a});
-        QCOMPARE(run.exitCode, 0);
-        QVERIFY(QFileInfo::exists(QDir(out.path()).filePath(QStringLiteral("rgba-32x32-web.webp"))));
     }
 
     void installActionsMergesWithTheUsersOwn_data()
@@ -314,8 +349,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<int>("ours"); // our actions in uca.xml afterwards
         const QByteArray own =
-            "<?xml version=\"1.0\"?>\n<actions>\n<action><unique-id>1-1</unique-id></action>\n"
-            "</actions>\n";
+            "<?xml version=\"1.0\"?>\n<actions>\n<action><unique-id>1-1</unique-id></action>\n</actions>\n";
         QTest::newRow("no uca.xml yet") << QByteArray() << 0 << 1;
         QTest::newRow("the user's actions kept") << own << 0 << 1;
         QTest::newRow("unreadable file left alone") << QByteArray("<actions><action>") << 1 << 0;
@@ -325,16 +359,14 @@ private Q_SLOTS:
         QFETCH(QByteArray, before);
         QFETCH(int, exitCode);
         QFETCH(int, ours);
-        const QString uca = m_config->path() + QStringLiteral("/Thunar/uca.xml");
+        QFile file(m_config->path() + QStringLiteral("/Thunar/uca.xml"));
         if (!before.isEmpty()) {
-            QDir().mkpath(QFileInfo(uca).absolutePath());
-            QFile file(uca);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(before);
+            QDir().mkpath(QFileInfo(file).absolutePath());
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(before) == before.size());
+            file.close();
         }
         for (int run = 0; run < 2; ++run) // a second run changes nothing
             QCOMPARE(cli({QStringLiteral("install-actions")}).exitCode, exitCode);
-        QFile file(uca);
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray after = file.readAll();
         QCOMPARE(after.count("<unique-id>brevona-optimize-1</unique-id>"), ours);
@@ -342,45 +374,39 @@ private Q_SLOTS:
             QVERIFY(after.startsWith(before.left(before.indexOf("</actions>"))));
         if (ours == 0)
             QCOMPARE(after, before);
-        const QFileInfo script(m_data->path() + QStringLiteral("/nautilus/scripts/Optimize with Brevona"));
-        QVERIFY(script.isExecutable());
+        QVERIFY(QFileInfo(m_data->path() + QStringLiteral("/nautilus/scripts/Optimize with Brevona"))
+                    .isExecutable());
     }
 
     void settingsWriteTypedValues_data()
     {
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("value");
-        QTest::addColumn<QString>("printed");
         QTest::addColumn<QJsonValue>("stored");
+        QTest::addColumn<QString>("printed");
         QTest::newRow("integer") << "maxFileSizeKB"
-                                 << "300"
-                                 << "300" << QJsonValue(300);
+                                 << "300" << QJsonValue(300) << "300";
         QTest::newRow("bool") << "limitOutputFileSize"
-                              << "yes"
-                              << "true" << QJsonValue(true);
+                              << "yes" << QJsonValue(true) << "true";
         QTest::newRow("double") << "quality"
-                                << "0.5"
-                                << "0.5" << QJsonValue(0.5);
+                                << "0.5" << QJsonValue(0.5) << "0.5";
         QTest::newRow("string") << "suffix"
-                                << "_small"
-                                << "_small" << QJsonValue(QStringLiteral("_small"));
+                                << "_small" << QJsonValue("_small") << "_small";
         QTest::newRow("empty string") << "suffix"
-                                      << ""
-                                      << "" << QJsonValue(QString());
+                                      << "" << QJsonValue("") << "";
         QTest::newRow("folder bookmark as the settings window stores it")
-            << "customFolderBookmark" << QDir::tempPath() << QDir::tempPath()
-            << QJsonValue(QJsonObject{
-                   {QStringLiteral("$data"), QString::fromLatin1(QDir::tempPath().toUtf8().toBase64())}});
+            << "customFolderBookmark" << QDir::tempPath()
+            << QJsonValue(QJsonObject{{"$data", QString::fromLatin1(QDir::tempPath().toUtf8().toBase64())}})
+            << QDir::tempPath();
         QTest::newRow("unregistered key") << "note"
-                                          << "42"
-                                          << "42" << QJsonValue(QStringLiteral("42"));
+                                          << "42" << QJsonValue("42") << "42";
     }
     void settingsWriteTypedValues()
     {
         QFETCH(QString, key);
         QFETCH(QString, value);
-        QFETCH(QString, printed);
         QFETCH(QJsonValue, stored);
+        QFETCH(QString, printed);
         QCOMPARE(cli({QStringLiteral("settings"), key, value}).exitCode, 0);
         const Run read = cli({QStringLiteral("settings"), key});
         QCOMPARE(read.exitCode, 0);
@@ -390,31 +416,148 @@ private Q_SLOTS:
 
     void settingsListDeleteAndUse()
     {
-        Run list = cli({QStringLiteral("settings")});
+        const auto settings = [this](const QStringList& arguments) {
+            return cli(QStringList{QStringLiteral("settings")} + arguments);
+        };
+        Run list = settings({});
         QCOMPARE(list.exitCode, 0);
         QVERIFY(list.out.startsWith("outputFormat = jpeg (default)\n"));
         QCOMPARE(list.out.count(" (default)\n"), 12); // every registered key, none stored yet
         QVERIFY(list.out.endsWith("\ngroupDefaultsMigrated_v1 = true\n"));
 
-        QCOMPARE(
-            cli({QStringLiteral("settings"), QStringLiteral("outputFormat"), QStringLiteral("png")}).exitCode,
-            0);
-        QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("extra"), QStringLiteral("x")}).exitCode, 0);
-        list = cli({QStringLiteral("settings")});
+        QCOMPARE(settings({"outputFormat", "png"}).exitCode, 0);
+        QCOMPARE(settings({"extra", "x"}).exitCode, 0);
+        list = settings({});
         QVERIFY(list.out.startsWith("outputFormat = png\n"));
         QVERIFY(list.out.contains("\nextra = x\n"));
-
         // The stored setting applies to a batch.
         const QString a = copy(QStringLiteral("orient1-360x240.jpg"), QStringLiteral("a.jpg"));
         QCOMPARE(cli({QStringLiteral("compress"), a}).exitCode, 0);
         QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("a-web.png"))));
 
-        QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("--delete"), QStringLiteral("outputFormat")})
-                     .exitCode,
-                 0);
-        QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("outputFormat")}).out, QByteArray("jpeg\n"));
+        QCOMPARE(settings({"--delete", "outputFormat"}).exitCode, 0);
+        QCOMPARE(settings({"outputFormat"}).out, QByteArray("jpeg\n"));
         QVERIFY(!storedSuite().contains(QStringLiteral("outputFormat")));
-        QCOMPARE(cli({QStringLiteral("settings"), QStringLiteral("neverSet")}).exitCode, 1);
+        QCOMPARE(settings({"neverSet"}).exitCode, 1);
+    }
+    void appendsAbsolutePaths_data()
+    {
+        QTest::addColumn<QVariant>("before");
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QStringList>("expected"); // relative entries are taken from the working folder
+        QTest::newRow("nothing queued")
+            << QVariant() << QStringList{"/a/b.png", "/a/c.jpg"} << QStringList{"/a/b.png", "/a/c.jpg"};
+        QTest::newRow("relative names")
+            << QVariant() << QStringList{"x.png", "sub/y z.jpg"} << QStringList{"x.png", "sub/y z.jpg"};
+        QTest::newRow("dot segments folded")
+            << QVariant() << QStringList{"./a/../x.png"} << QStringList{"x.png"};
+        QTest::newRow("dash name after the separator")
+            << QVariant() << QStringList{"--", "-x.png"} << QStringList{"-x.png"};
+        QTest::newRow("non-ASCII") << QVariant() << QStringList{"/m/Ärger ⚡ 写真.png"}
+                                   << QStringList{"/m/Ärger ⚡ 写真.png"};
+        QTest::newRow("appends to a waiting list")
+            << QVariant(QVariantList{"/old.png"}) << QStringList{"/new.png"}
+            << QStringList{"/old.png", "/new.png"};
+        QTest::newRow("appends to an empty list")
+            << QVariant(QVariantList{}) << QStringList{"/n.png"} << QStringList{"/n.png"};
+        QTest::newRow("replaces a single string")
+            << QVariant("/stray.png") << QStringList{"/n.png"} << QStringList{"/n.png"};
+        QTest::newRow("drops non-strings from a damaged list")
+            << QVariant(QVariantList{"/keep.png", qint64(4)}) << QStringList{"/n.png"}
+            << QStringList{"/keep.png", "/n.png"};
+    }
+    void appendsAbsolutePaths()
+    {
+        QFETCH(QVariant, before);
+        QFETCH(QStringList, files);
+        QFETCH(QStringList, expected);
+        if (before.isValid()) {
+            Defaults suite = Defaults::suite();
+            suite.set(AppGroupDefaults::Keys::pendingFiles, before);
+            QVERIFY(suite.sync());
+        }
+        QTemporaryDir work;
+        QProcess* sender = startSend(files, work.path());
+        QVERIFY(sender->waitForFinished(30000));
+        QCOMPARE(sender->exitCode(), 0);
+        QStringList absolute;
+        for (const QString& path : expected)
+            absolute.append(QDir::isAbsolutePath(path) ? path : work.path() + u'/' + path);
+        QCOMPARE(Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles),
+                 std::optional(absolute));
+    }
+
+    void startsTheApplicationOnce_data()
+    {
+        QTest::addColumn<QString>("action"); // how the files are sent
+        QTest::addColumn<int>("senders");    // started at once
+        QTest::addColumn<bool>("display");
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<int>("starts");
+
+        QTest::newRow("one send starts it") << "cli" << 1 << true << "a.jpg" << 1;
+        QTest::newRow("two sends at once start one") << "cli" << 2 << true << "a.jpg" << 1;
+        QTest::newRow("no display: queued for the next start") << "cli" << 1 << false << "a.jpg" << 0;
+        QTest::newRow("eight sends at once lose nothing") << "cli" << 8 << false << "a.jpg" << 0;
+        QTest::newRow("Nautilus script, name with a dash") << "nautilus" << 1 << true << "-x.jpg" << 1;
+        QTest::newRow("Thunar action, dash and newline") << "thunar" << 1 << true << "-x\ny.jpg" << 1;
+        QTest::newRow("Dolphin action, dash") << "dolphin" << 1 << false << "-x.jpg" << 0;
+    }
+
+    void startsTheApplicationOnce()
+    {
+        QFETCH(QString, action);
+        QFETCH(int, senders);
+        QFETCH(bool, display);
+        QFETCH(QString, file);
+        QFETCH(int, starts);
+        QTemporaryDir work;
+        const QString absolute = work.filePath(file);
+        const QString filemanager = QStringLiteral(BREVONA_PACKAGING "/filemanager/");
+
+        // Each action's command as its file manager runs it: Nautilus runs the script in the
+        // folder with bare names, Thunar runs the command through the shell with %F quoted, and
+        // Dolphin splits Exec and puts the paths in place of %F.
+        QString program;
+        QStringList arguments;
+        if (action == QLatin1String("nautilus")) {
+            program = QStringLiteral("/bin/sh");
+            arguments = {filemanager + QStringLiteral("nautilus-optimize-with-brevona"), file};
+        } else if (action == QLatin1String("thunar")) {
+            QFile xml(filemanager + QStringLiteral("thunar-uca-action.xml"));
+            QVERIFY(xml.open(QIODevice::ReadOnly));
+            const QString text = QString::fromUtf8(xml.readAll());
+            const qsizetype from = text.indexOf(QStringLiteral("<command>")) + 9;
+            QString command = text.mid(from, text.indexOf(QStringLiteral("</command>")) - from);
+            QString quoted = absolute;
+            command.replace(QStringLiteral("%F"),
+                            u'\'' + quoted.replace(u'\'', QStringLiteral("'\\''")) + u'\'');
+            program = QStringLiteral("/bin/sh");
+            arguments = {QStringLiteral("-c"), command};
+        } else if (action == QLatin1String("dolphin")) {
+            QFile desktop(filemanager + QStringLiteral("brevona-dolphin.desktop"));
+            QVERIFY(desktop.open(QIODevice::ReadOnly));
+            const QString text = QString::fromUtf8(desktop.readAll());
+            const QString exec = text.mid(text.indexOf(QStringLiteral("Exec=")) + 5).section(u'\n', 0, 0);
+            arguments = exec.split(u' ');
+            program = QStandardPaths::findExecutable(
+                arguments.takeFirst(), {QFileInfo(qEnvironmentVariable("BREVONA_CLI")).absolutePath()});
+            arguments.replace(arguments.indexOf(QStringLiteral("%F")), absolute);
+        }
+
+        QList<QProcess*> running;
+        for (int i = 0; i < senders; ++i)
+            running.append(startSend({file}, work.path(), display, program, arguments));
+        for (QProcess* sender : running) {
+            QVERIFY(sender->waitForFinished(60000));
+            QCOMPARE(sender->exitCode(), 0);
+            if (!display)
+                QVERIFY(sender->readAllStandardError().contains("compressed when Brevona next starts"));
+        }
+        QFile log(m_standInLog);
+        QCOMPARE(log.open(QIODevice::ReadOnly) ? log.readAll().count("started") : 0, starts);
+        QCOMPARE(Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles),
+                 std::optional(QStringList(senders, absolute)));
     }
 };
 

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <vips/vips8>
+
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QString>
 
-/// Small helpers shared by the engine tests: fixture copies and file fingerprints.
+/// Small helpers shared by the engine tests: fixture copies, file fingerprints and pixel checks.
 namespace EngineFixtures {
 
 inline QString dataPath(const QString& name)
@@ -40,11 +42,40 @@ inline bool writeFile(const QString& path, const QByteArray& bytes)
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
+inline QByteArray readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 /// Names in `folder`, hidden ones included (a leftover temporary file would be hidden).
 inline QStringList entries(const QString& folder)
 {
     return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                                   QDir::Name);
+}
+
+/// A file's pixels as stored, with no colour management or turning.
+inline vips::VImage loaded(const QString& path)
+{
+    return vips::VImage::new_from_file(path.toUtf8().constData()).copy_memory();
+}
+
+/// Mean of |a - b| over every pixel and band.
+inline double meanDifference(const vips::VImage& a, const vips::VImage& b)
+{
+    return (a.cast(VIPS_FORMAT_FLOAT) - b.cast(VIPS_FORMAT_FLOAT)).abs().avg();
+}
+
+/// Largest |a - b| of any band of any pixel.
+inline double maxDifference(const vips::VImage& a, const vips::VImage& b)
+{
+    return (a.cast(VIPS_FORMAT_INT) - b.cast(VIPS_FORMAT_INT)).abs().max();
+}
+
+inline std::vector<double> pixel(const vips::VImage& image, int x, int y)
+{
+    return const_cast<vips::VImage&>(image).getpoint(x, y);
 }
 
 } // namespace EngineFixtures
