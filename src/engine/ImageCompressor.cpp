@@ -150,7 +150,8 @@ SessionResult ImageCompressor::compressBatch(const QStringList& paths, const Com
                     const bool samePDF = next > 0 && job.pageIndex && *job.pageIndex > 0;
                     lock.unlock();
                     if (!samePDF)
-                        estimate = ImageDecoder::estimatedDecodedBytes(job.path);
+                        estimate = job.document ? ImageDecoder::estimatedDecodedBytes(*job.document)
+                                                : ImageDecoder::estimatedDecodedBytes(job.path);
                     estimated = next;
                     lock.lock();
                 }

@@ -285,6 +285,10 @@ private Q_SLOTS:
         QTest::newRow("page 3 blue") << "three-pages-200x100pt.pdf" << 2 << 2 << QSize(400, 200) << 3;
         QTest::newRow("A4 truncated, not rounded")
             << "a4-red-595.276x841.89pt.pdf" << 0 << 0 << QSize(1190, 1683) << 1;
+        QTest::newRow("media box, not crop box")
+            << "crop-box-and-rotation-300x200pt.pdf" << 0 << 2 << QSize(600, 400) << 2;
+        QTest::newRow("turned page") << "crop-box-and-rotation-300x200pt.pdf" << 1 << 2 << QSize(400, 600)
+                                     << 2;
     }
     void rendersPDFPages()
     {
