@@ -25,10 +25,6 @@ const QString kPNG = QStringLiteral("public.png");
 const QString kWebP = QStringLiteral("webp");
 const QString kAVIF = QStringLiteral("public.avif");
 
-struct BlobUnref
-{
-    void operator()(VipsBlob* blob) const { vips_area_unref(reinterpret_cast<VipsArea*>(blob)); }
-};
 struct GFree
 {
     void operator()(void* memory) const { g_free(memory); }
@@ -49,15 +45,6 @@ struct AVIFRWDataFree
 {
     void operator()(avifRWData* data) const { avifRWDataFree(data); }
 };
-
-using Blob = std::unique_ptr<VipsBlob, BlobUnref>;
-
-QByteArray bytesOf(const Blob& blob)
-{
-    size_t length = 0;
-    const void* data = vips_blob_get(blob.get(), &length);
-    return {static_cast<const char*>(data), static_cast<qsizetype>(length)};
-}
 
 /// The pixels as one packed buffer with exactly `bands` bands (3: RGB, 4: straight RGBA).
 std::unique_ptr<uint8_t, GFree> packedPixels(vips::VImage image, int bands, size_t* length)
