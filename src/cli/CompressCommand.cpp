@@ -37,7 +37,6 @@ const QCommandLineOption kNoMaxEdge(QStringLiteral("no-max-edge"), QStringLitera
 const QCommandLineOption kNoMaxSize(QStringLiteral("no-max-size"), QStringLiteral("no output size limit"));
 const QCommandLineOption kNoMinSaving(QStringLiteral("no-min-saving"), QStringLiteral("keep every output"));
 
-const QString kNotUtf8 = QStringLiteral("File name is not valid UTF-8");
 const QCommandLineOption kJobs(QStringLiteral("jobs"),
                                QStringLiteral("images encoded at once (1: one at a time)"),
                                QStringLiteral("N"));
@@ -195,17 +194,12 @@ std::optional<CompressionSettings> CompressCommand::overridden(const QCommandLin
     return settings;
 }
 
-std::optional<QString> CompressCommand::errorText(const SessionResult& session, qsizetype index,
-                                                  const QHash<qsizetype, QString>& errorTexts)
+std::optional<QString> CompressCommand::errorText(const CompressionResult& result)
 {
-    if (errorTexts.contains(index))
-        return errorTexts.value(index);
-    const CompressionResult& result = session.results[index];
     return result.error ? std::optional(CompressorErrors::errorDescription(*result.error)) : std::nullopt;
 }
 
-QByteArray CompressCommand::jsonReport(const SessionResult& session,
-                                       const QHash<qsizetype, QString>& errorTexts)
+QByteArray CompressCommand::jsonReport(const SessionResult& session)
 {
     // Written by hand to keep the fields in their documented order (QJsonObject sorts keys).
     const auto text = [](const std::optional<QString>& value) -> QByteArray {
@@ -217,7 +211,7 @@ QByteArray CompressCommand::jsonReport(const SessionResult& session,
     QByteArray json = QByteArrayLiteral("{\n  \"results\": [");
     for (qsizetype i = 0; i < session.results.size(); ++i) {
         const CompressionResult& result = session.results[i];
-        const std::optional<QString> error = errorText(session, i, errorTexts);
+        const std::optional<QString> error = errorText(result);
         json += (i == 0 ? "\n    " : ",\n    ");
         json += "{\"source\": " + text(result.sourceURL) + ", \"output\": " + text(result.outputURL) +
                 ", \"originalSize\": " + QByteArray::number(result.originalSize) +
@@ -286,14 +280,12 @@ int CompressCommand::run(const QStringList& arguments)
 
     // Refused names take their place among the engine's results (a PDF gives one per page).
     SessionResult session;
-    QHash<qsizetype, QString> errorTexts;
     qsizetype next = 0;
     for (const QString& input : inputs) {
         if (!ArgumentText::isValid(input)) {
-            errorTexts.insert(session.results.size(), kNotUtf8);
             CompressionResult refused;
             refused.sourceURL = ArgumentText::printable(input);
-            refused.error = CompressorError::CannotDecode;
+            refused.error = CompressorError::InvalidFileName;
             session.results.append(refused);
             continue;
         }
@@ -307,7 +299,7 @@ int CompressCommand::run(const QStringList& arguments)
         session.results.append(engineSession.results[next++]);
 
     if (parser.isSet(kJson)) {
-        std::fputs(jsonReport(session, errorTexts).constData(), stdout);
+        std::fputs(jsonReport(session).constData(), stdout);
         std::fflush(stdout);
     } else {
         for (qsizetype i = 0; i < session.results.size(); ++i) {
@@ -319,8 +311,7 @@ int CompressCommand::run(const QStringList& arguments)
                                         ByteCount::format(result.originalSize),
                                         ByteCount::format(result.compressedSize)));
             else
-                CliOutput::out(QStringLiteral("%1: %2").arg(
-                    source, errorText(session, i, errorTexts).value_or(QString())));
+                CliOutput::out(QStringLiteral("%1: %2").arg(source, errorText(result).value_or(QString())));
         }
         CliOutput::out(session.summary());
     }

@@ -26,14 +26,11 @@ public:
     QString help() const override;
     int run(const QStringList& arguments) override;
 
-    /// The JSON report of a batch: {"results": [...], "summary": text}. `errorTexts` replaces the
-    /// error text of the results at those indexes.
-    static QByteArray jsonReport(const SessionResult& session,
-                                 const QHash<qsizetype, QString>& errorTexts = {});
+    /// The JSON report of a batch: {"results": [...], "summary": text}.
+    static QByteArray jsonReport(const SessionResult& session);
 
 private:
-    static std::optional<QString> errorText(const SessionResult& session, qsizetype index,
-                                            const QHash<qsizetype, QString>& errorTexts);
+    static std::optional<QString> errorText(const CompressionResult& result);
 
     /// `base` with the parsed options applied; nothing (and `error` set) when one is invalid.
     static std::optional<CompressionSettings> overridden(const QCommandLineParser& parser,

@@ -99,7 +99,7 @@ int avifQuantizer(double quality)
 } // namespace
 
 std::optional<QByteArray> FormatEncoder::encode(const vips::VImage& image, const QString& typeIdentifier,
-                                                double quality)
+                                                double quality, bool logFailure)
 {
     if (!VipsRuntime::ensureStarted())
         return std::nullopt;
@@ -123,7 +123,7 @@ std::optional<QByteArray> FormatEncoder::encode(const vips::VImage& image, const
         qCDebug(lcCompression) << "encoder error:" << error.what();
         bytes.reset();
     }
-    if (!bytes && !webp) // the WebP library's failures go unlogged
+    if (!bytes && !webp && logFailure) // the WebP library's failures go unlogged
         qCWarning(lcCompression) << "CGImageDestinationFinalize failed";
     return bytes;
 }

@@ -38,8 +38,9 @@ public:
     static constexpr int kAVIFSpeed = 8;
 
     /// The encoded file's bytes; nothing when the encoder fails or the identifier is unknown.
+    /// A failure is logged unless `logFailure` is false (an attempt that may fail for its input).
     static std::optional<QByteArray> encode(const vips::VImage& image, const QString& typeIdentifier,
-                                            double quality);
+                                            double quality, bool logFailure = true);
 
     /// Encodes and writes a new file at `destination` (never replacing one); false on failure.
     static bool writeEncoded(const vips::VImage& image, const QString& typeIdentifier,

@@ -15,6 +15,7 @@
 #include <QThread>
 #include <QtConcurrent/QtConcurrentRun>
 
+#include "engine/FormatEncoder.h"
 #include "engine/ImageDecoder.h"
 #include "engine/ImageScaler.h"
 #include "engine/OutputTarget.h"
@@ -150,7 +151,8 @@ SessionResult ImageCompressor::compressBatch(const QStringList& paths, const Com
                     const bool samePDF = next > 0 && job.pageIndex && *job.pageIndex > 0;
                     lock.unlock();
                     if (!samePDF)
-                        estimate = ImageDecoder::estimatedDecodedBytes(job.path);
+                        estimate = job.document ? ImageDecoder::estimatedDecodedBytes(*job.document)
+                                                : ImageDecoder::estimatedDecodedBytes(job.path);
                     estimated = next;
                     lock.lock();
                 }
@@ -266,17 +268,28 @@ ImageCompressor::Encoded ImageCompressor::encodeImage(const QString& sourcePath,
     if (unwritable(sourcePath, job, settings)) // said before a whole encode is spent on it
         return job;
     SizeLimitedWriter writer(format, settings);
-    std::optional<QByteArray> bytes = writer.encoded(*image);
-    if (!bytes && streamed && !writer.attempts().isEmpty() && !writer.attempts().last().encoded()) {
-        // A streamed encode also fails when the decoder gives up halfway (a truncated file).
-        // Running the job again from memory tells a bad input from a failing encoder.
-        image = decoded(false);
-        if (!image) {
-            job.result = cannotDecode(std::move(job.result), source.fileName());
-            return job;
+    std::optional<QByteArray> bytes;
+    if (streamed) {
+        // A streamed encode also fails when the decoder gives up halfway (a truncated file), so
+        // its failure is not the encoder's to log. Running the job again from memory tells a bad
+        // input from a failing encoder.
+        const QString typeIdentifier = OutputFormats::typeIdentifier(format);
+        bytes =
+            SizeLimitedWriter(format, settings,
+                              [&typeIdentifier](const vips::VImage& streamedImage, double quality) {
+                                  return FormatEncoder::encode(streamedImage, typeIdentifier, quality, false);
+                              })
+                .encoded(*image);
+        if (!bytes) {
+            image = decoded(false);
+            if (!image) {
+                job.result = cannotDecode(std::move(job.result), source.fileName());
+                return job;
+            }
         }
-        bytes = writer.encoded(*image);
     }
+    if (!bytes)
+        bytes = writer.encoded(*image);
     if (!bytes)
         job.result.error = CompressorError::FinalizeFailed;
     else

@@ -1,6 +1,7 @@
 #include "engine/ImageDecoder.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <memory>
 
@@ -12,6 +13,7 @@
 #include <QStringList>
 
 #include "engine/InputFile.h"
+#include "engine/PdfRenderer.h"
 #include "engine/VipsRuntime.h"
 #include "platform/Logging.h"
 
@@ -56,8 +58,7 @@ vips::VImage load(const InputFile& input, vips::VOption* options)
         return vips::VImage::gifload_buffer(blob, options);
     case InputFile::Format::Webp:
         return vips::VImage::webpload_buffer(blob, options);
-    case InputFile::Format::Pdf:
-        return vips::VImage::pdfload_buffer(blob, options);
+    case InputFile::Format::Pdf: // pages go through PdfRenderer
     case InputFile::Format::CameraRaw:
         break;
     }
@@ -369,12 +370,15 @@ qint64 ImageDecoder::estimatedDecodedBytes(const QString& path)
         const qint64 pixels = qint64(sizes.width) * sizes.height;
         return pixels * kRawWorkingBytesPerPixel + pixels * 3 * kCopies;
     }
+    if (input.format() == InputFile::Format::Pdf) {
+        PdfDocument document;
+        document.input = input;
+        document.renderer = std::make_shared<const PdfRenderer>(input);
+        document.pageCount = document.renderer->pageCount();
+        return estimatedDecodedBytes(document);
+    }
     try {
-        const vips::VImage header =
-            input.format() == InputFile::Format::Pdf
-                ? vips::VImage::pdfload_buffer(input.blob(),
-                                               vips::VImage::option()->set("n", 1)->set("scale", kPDFScale))
-                : loadLazily(input);
+        const vips::VImage header = loadLazily(input);
         if (!fitsPixelLimit(header.width(), header.height()))
             return 0;
         return qint64(header.width()) * header.height() * header.bands() *
@@ -385,6 +389,23 @@ qint64 ImageDecoder::estimatedDecodedBytes(const QString& path)
     }
 }
 
+qint64 ImageDecoder::estimatedDecodedBytes(const PdfDocument& document)
+{
+    // Poppler draws into RGB plus an alpha plane, then the page is encoded from that bitmap.
+    constexpr qint64 kBitmapBytesPerPixel = 4;
+    constexpr qint64 kCopies = 2;
+    if (!document.renderer || document.pageCount < 1)
+        return 0;
+    const std::optional<QSizeF> size = document.renderer->pageSize(0);
+    if (!size)
+        return 0;
+    const double width = std::floor(size->width() * kPDFScale);
+    const double height = std::floor(size->height() * kPDFScale);
+    if (width < 1 || height < 1 || width * height > double(kMaxPixels))
+        return 0;
+    return qint64(width) * qint64(height) * kBitmapBytesPerPixel * kCopies;
+}
+
 ImageDecoder::PdfDocument ImageDecoder::openPDF(const QString& path)
 {
     PdfDocument document;
@@ -392,12 +413,8 @@ ImageDecoder::PdfDocument ImageDecoder::openPDF(const QString& path)
     if (!document.input.isValid() || document.input.format() != InputFile::Format::Pdf ||
         !VipsRuntime::ensureStarted())
         return document;
-    try {
-        const vips::VImage first = vips::VImage::pdfload_buffer(document.input.blob());
-        document.pageCount = pageCountOf(first);
-    } catch (const vips::VError& error) {
-        qCDebug(lcCompression).noquote() << "pdf open error:" << libraryError(error);
-    }
+    document.renderer = std::make_shared<const PdfRenderer>(document.input);
+    document.pageCount = document.renderer->pageCount();
     return document;
 }
 
@@ -418,32 +435,16 @@ std::optional<vips::VImage> ImageDecoder::renderPDFPage(const QString& path, int
 
 std::optional<vips::VImage> ImageDecoder::renderPDFPage(const PdfDocument& document, int pageIndex)
 {
-    if (document.pageCount < 1 || pageIndex < 0 || pageIndex >= document.pageCount)
+    if (!document.renderer || pageIndex < 0 || pageIndex >= document.pageCount)
         return std::nullopt;
     try {
-        const auto pageAt = [&](double scale) {
-            return vips::VImage::pdfload_buffer(document.input.blob(), vips::VImage::option()
-                                                                           ->set("page", pageIndex)
-                                                                           ->set("n", 1)
-                                                                           ->set("scale", scale)
-                                                                           ->set("fail_on", kFailOn));
-        };
-        // libvips rounds the page size to whole pixels; the page is twice its size in points,
-        // truncated. The size in points comes from a header read at a fine scale (no pixels drawn).
-        const vips::VImage fine = pageAt(kPDFSizeScale);
-        const int width = int(double(fine.width()) / kPDFSizeScale * kPDFScale);
-        const int height = int(double(fine.height()) / kPDFSizeScale * kPDFScale);
-        if (!fitsPixelLimit(width, height))
+        // Drawn at twice the media box, truncated to whole pixels, on white.
+        std::optional<vips::VImage> page = document.renderer->render(pageIndex, kPDFScale, kMaxPixels);
+        if (!page) {
+            qCDebug(lcCompression).noquote() << "pdf render error: page" << pageIndex + 1;
             return std::nullopt;
-        vips::VImage page = toSRGB8(pageAt(kPDFScale));
-        if (page.bands() == 4)
-            page =
-                page.flatten(vips::VImage::option()->set("background", std::vector<double>{255, 255, 255}));
-        page = page.cast(VIPS_FORMAT_UCHAR);
-        if (page.width() < width || page.height() < height)
-            page = page.embed(0, 0, width, height, vips::VImage::option()->set("extend", VIPS_EXTEND_WHITE));
-        page = page.crop(0, 0, width, height).copy_memory();
-        page.set("n-pages", document.pageCount);
+        }
+        page->set("n-pages", document.pageCount);
         return page;
     } catch (const vips::VError& error) {
         qCDebug(lcCompression).noquote() << "pdf render error:" << libraryError(error);

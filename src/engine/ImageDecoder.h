@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include <vips/vips8>
@@ -7,6 +8,8 @@
 #include <QString>
 
 #include "engine/InputFile.h"
+
+class PdfRenderer;
 
 /**
  * Turns an input file into one 8-bit sRGB image (3 bands, or 4 with alpha), in memory or as a
@@ -32,12 +35,13 @@ public:
     /// PDF pages are rendered at twice their media box, truncated to whole pixels.
     static constexpr double kPDFScale = 2.0;
 
-    /// A PDF read once, for rendering any number of its pages.
+    /// A PDF read and parsed once, for rendering any number of its pages.
     struct PdfDocument
     {
         InputFile input;
         /// 0 when the file is not a PDF that opens.
         int pageCount = 0;
+        std::shared_ptr<const PdfRenderer> renderer;
     };
 
     /// The first frame of an image file, decoded into memory, or nothing.
@@ -71,6 +75,8 @@ public:
      * be read or is over `kMaxPixels`: such a file is refused before any pixel is decoded.
      */
     static qint64 estimatedDecodedBytes(const QString& path);
+    /// The same for a page of an open PDF (its first page's size).
+    static qint64 estimatedDecodedBytes(const PdfDocument& document);
 
     /// Whether the extension names a camera RAW format decoded through LibRaw.
     static bool isCameraRaw(const QString& path);
@@ -80,9 +86,6 @@ public:
     static vips::VImage toSRGB8(vips::VImage image);
 
 private:
-    /// Scale at which a page's header is read to learn its size in points to a thousandth.
-    static constexpr double kPDFSizeScale = 1000.0;
-
     static std::optional<vips::VImage> decodeCameraRaw(const InputFile& input);
     static bool fitsPixelLimit(qint64 width, qint64 height);
 };

@@ -2,15 +2,19 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <QSet>
 #include <QTemporaryFile>
 
 #include "platform/Logging.h"
@@ -153,8 +157,32 @@ std::optional<QString> OutputTarget::checkWritable() const
     return problem;
 }
 
+void OutputTarget::sweepLeftovers(const QString& folder)
+{
+    static const QRegularExpression kOurs(QStringLiteral("^\\.brevona-[A-Za-z0-9]{6}\\.tmp$"));
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QFileInfoList candidates = QDir(folder).entryInfoList(
+        {QStringLiteral(".brevona-*.tmp")}, QDir::Files | QDir::Hidden | QDir::NoSymLinks);
+    for (const QFileInfo& file : candidates) {
+        if (!kOurs.match(file.fileName()).hasMatch() || file.ownerId() != ::geteuid() ||
+            file.lastModified().secsTo(now) < kLeftoverAge)
+            continue;
+        if (QFile::remove(file.filePath()))
+            qCInfo(lcCompression).noquote() << QStringLiteral("removed leftover %1").arg(file.filePath());
+    }
+}
+
 std::optional<QString> OutputTarget::write(const QByteArray& bytes) const
 {
+    static std::mutex mutex;
+    static QSet<QString> swept;
+    {
+        const std::lock_guard lock(mutex);
+        if (!swept.contains(m_folder)) {
+            swept.insert(m_folder);
+            sweepLeftovers(m_folder);
+        }
+    }
     if (std::optional<std::optional<QString>> written = writeUnnamed(bytes))
         return *written;
     return writeNamed(bytes);

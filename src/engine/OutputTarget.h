@@ -48,6 +48,15 @@ public:
      */
     std::optional<QString> write(const QByteArray& bytes) const;
 
+    /**
+     * Removes our own named temporary files (".brevona-XXXXXX.tmp", regular, ours, untouched for
+     * `kLeftoverAge` seconds) from `folder`: what a kill -9 in the middle of a write leaves where
+     * unnamed temporaries are not available. `write` calls it once per folder and process.
+     */
+    static void sweepLeftovers(const QString& folder);
+    /// A temporary this old belongs to no running write (each is written and linked at once).
+    static constexpr qint64 kLeftoverAge = 600;
+
 private:
     enum class Placement
     {

@@ -35,10 +35,10 @@ bool VipsRuntime::ensureStarted()
             vips_cache_set_max(0);
             vips_cache_set_max_files(0);
             // Inputs are opened only by the loaders we pick for them (see InputFile). Of the
-            // loaders libvips marks untrusted, we need PDF and ImageMagick's (for BMP, which it
+            // loaders libvips marks untrusted, we need only ImageMagick's (for BMP, which it
             // reaches only after the file's first bytes said BMP); every other one stays blocked.
+            // PDF pages are drawn by PdfRenderer, not by libvips.
             vips_block_untrusted_set(TRUE);
-            vips_operation_block_set("VipsForeignLoadPdfBuffer", FALSE);
             vips_operation_block_set("VipsForeignLoadMagickBuffer", FALSE);
             g_log_set_handler("VIPS", static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_MESSAGE),
                               logLibraryMessage, nullptr);

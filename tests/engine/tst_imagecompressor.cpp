@@ -196,25 +196,31 @@ private Q_SLOTS:
     // never scaled, and credited with its share of the PDF's size.
     void expandsPDFPages_data()
     {
-        QTest::addColumn<QString>("fixture"); // page n is filled red, green, blue, red...
+        QTest::addColumn<QString>("fixture");
         QTest::addColumn<OutputFormat>("format");
-        QTest::addColumn<QSize>("size");
+        QTest::addColumn<QList<QSize>>("sizes"); // per page
         QTest::addColumn<QString>("extension");
-        QTest::addColumn<int>("pages");
+        QTest::addColumn<QList<int>>("bands"); // per page, the band of its filled rectangle
+        const QList<QSize> three(3, QSize(400, 200));
         QTest::newRow("original becomes jpeg")
-            << "three-pages-200x100pt.pdf" << OutputFormat::Original << QSize(400, 200) << "jpg" << 3;
-        QTest::newRow("png") << "three-pages-200x100pt.pdf" << OutputFormat::Png << QSize(400, 200) << "png"
-                             << 3;
-        QTest::newRow("A4 truncated, not rounded")
-            << "a4-red-595.276x841.89pt.pdf" << OutputFormat::Jpeg << QSize(1190, 1683) << "jpg" << 1;
+            << "three-pages-200x100pt.pdf" << OutputFormat::Original << three << "jpg" << QList{0, 1, 2};
+        QTest::newRow("png") << "three-pages-200x100pt.pdf" << OutputFormat::Png << three << "png"
+                             << QList{0, 1, 2};
+        QTest::newRow("A4 truncated, not rounded") << "a4-red-595.276x841.89pt.pdf" << OutputFormat::Jpeg
+                                                   << QList{QSize(1190, 1683)} << "jpg" << QList{0};
+        // Page 1's crop box is a corner of its media box; page 2 is turned a quarter.
+        QTest::newRow("media box, turned page")
+            << "crop-box-and-rotation-300x200pt.pdf" << OutputFormat::Jpeg
+            << QList{QSize(600, 400), QSize(400, 600)} << "jpg" << QList{2, 2};
     }
     void expandsPDFPages()
     {
         QFETCH(QString, fixture);
         QFETCH(OutputFormat, format);
-        QFETCH(QSize, size);
+        QFETCH(QList<QSize>, sizes);
         QFETCH(QString, extension);
-        QFETCH(int, pages);
+        QFETCH(QList<int>, bands);
+        const int pages = int(sizes.size());
         const QString pdf = source(fixture, QStringLiteral("report.pdf"));
         const SessionResult session =
             ImageCompressor::shared().compressBatch({pdf}, settingsFor(format, 100), recorder());
@@ -233,11 +239,12 @@ private Q_SLOTS:
             QCOMPARE(result.originalSize, QFileInfo(pdf).size() / pages);
             QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
             const vips::VImage written = loaded(*result.outputURL);
+            const QSize size = sizes[page];
             QCOMPARE(QSize(written.width(), written.height()), size);
             const auto centre = pixel(written, size.width() / 2, size.height() / 2);
             const auto paper = pixel(written, 5, 5);
             for (int band = 0; band < 3; ++band) {
-                QCOMPARE(centre[band] > 128, band == page % 3);
+                QCOMPARE(centre[band] > 128, band == bands[page]);
                 QVERIFY(paper[band] > 245);
             }
         }

@@ -71,6 +71,33 @@ private Q_SLOTS:
         QCOMPARE(entries(dir.path()).filter(QStringLiteral(".tmp")), QStringList{});
     }
 
+    void sweepsOnlyOurOldTemporaries_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<qint64>("ageSeconds");
+        QTest::addColumn<bool>("removed");
+        const qint64 old = OutputTarget::kLeftoverAge + 60;
+        QTest::newRow("ours, old") << ".brevona-a1B2c3.tmp" << old << true;
+        QTest::newRow("ours, being written") << ".brevona-a1B2c3.tmp" << qint64(5) << false;
+        QTest::newRow("not hidden") << "brevona-a1B2c3.tmp" << old << false;
+        QTest::newRow("longer random part") << ".brevona-a1B2c3d.tmp" << old << false;
+        QTest::newRow("user's file") << ".brevona-notes.tmp.jpg" << old << false;
+    }
+    void sweepsOnlyOurOldTemporaries()
+    {
+        QFETCH(QString, name);
+        QFETCH(qint64, ageSeconds);
+        QFETCH(bool, removed);
+        QTemporaryDir dir;
+        QFile file(dir.filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(-ageSeconds),
+                                 QFileDevice::FileModificationTime));
+        file.close();
+        OutputTarget::sweepLeftovers(dir.path());
+        QCOMPARE(entries(dir.path()), removed ? QStringList{} : QStringList{name});
+    }
+
     void unwritableFolderFailsWithoutLeftovers_data()
     {
         QTest::addColumn<bool>("missing");
