@@ -174,15 +174,6 @@ void OutputTarget::sweepLeftovers(const QString& folder)
 
 std::optional<QString> OutputTarget::write(const QByteArray& bytes) const
 {
-    static std::mutex mutex;
-    static QSet<QString> swept;
-    {
-        const std::lock_guard lock(mutex);
-        if (!swept.contains(m_folder)) {
-            swept.insert(m_folder);
-            sweepLeftovers(m_folder);
-        }
-    }
     if (std::optional<std::optional<QString>> written = writeUnnamed(bytes))
         return *written;
     return writeNamed(bytes);
@@ -225,6 +216,16 @@ std::optional<std::optional<QString>> OutputTarget::writeUnnamed(const QByteArra
 
 std::optional<QString> OutputTarget::writeNamed(const QByteArray& bytes) const
 {
+    // Leftovers can only exist where writes go this way; a folder is looked at once per process.
+    static std::mutex mutex;
+    static QSet<QString> swept;
+    {
+        const std::lock_guard lock(mutex);
+        if (!swept.contains(m_folder)) {
+            swept.insert(m_folder);
+            sweepLeftovers(m_folder);
+        }
+    }
     // A hidden name in the same folder, so the final move stays on one file system.
     QTemporaryFile temporary(QDir(m_folder).filePath(QStringLiteral(".brevona-XXXXXX.tmp")));
     if (!temporary.open())

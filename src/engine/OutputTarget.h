@@ -51,7 +51,7 @@ public:
     /**
      * Removes our own named temporary files (".brevona-XXXXXX.tmp", regular, ours, untouched for
      * `kLeftoverAge` seconds) from `folder`: what a kill -9 in the middle of a write leaves where
-     * unnamed temporaries are not available. `write` calls it once per folder and process.
+     * unnamed temporaries are not available. A named write calls it once per folder and process.
      */
     static void sweepLeftovers(const QString& folder);
     /// A temporary this old belongs to no running write (each is written and linked at once).
