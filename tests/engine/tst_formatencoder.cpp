@@ -37,19 +37,6 @@ vips::VImage decodeBytes(const QByteArray& bytes)
     return vips::VImage::new_from_buffer(bytes.constData(), size_t(bytes.size()), "").copy_memory();
 }
 
-/// Largest difference of any sample between the encoded PNG's pixels and the source's.
-double pngMaxDifference(const QByteArray& png, const vips::VImage& source)
-{
-    // Laid out as the decoder lays out any image, and opaque alpha put back where it was dropped.
-    vips::VImage decoded = ImageDecoder::toSRGB8(decodeBytes(png));
-    if (decoded.bands() == 3 && source.bands() == 4)
-        decoded = decoded.bandjoin_const({255});
-    if (decoded.bands() != source.bands() || decoded.width() != source.width() ||
-        decoded.height() != source.height())
-        return 255;
-    return (decoded.cast(VIPS_FORMAT_INT) - source.cast(VIPS_FORMAT_INT)).abs().max();
-}
-
 } // namespace
 
 class TestFormatEncoder final : public QObject
@@ -67,7 +54,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("chroma");   // JPEG chroma subsampling; empty: not JPEG
         QTest::newRow("jpeg 0.95") << "public.jpeg" << 0.95 << "jpegload_buffer" << 2.5 << "4:4:4";
         QTest::newRow("jpeg 0.80") << "public.jpeg" << 0.80 << "jpegload_buffer" << 4.0 << "4:2:0";
-        QTest::newRow("jpeg 0.65") << "public.jpeg" << 0.65 << "jpegload_buffer" << 5.0 << "4:2:0";
         QTest::newRow("png") << "public.png" << 1.0 << "pngload_buffer" << 0.0 << "";
         QTest::newRow("webp 0.82") << "webp" << 0.82 << "webpload_buffer" << 5.0 << "";
         QTest::newRow("avif 1.0") << "public.avif" << 1.0 << "heifload_buffer" << 2.0 << "";
@@ -160,9 +146,7 @@ private Q_SLOTS:
         QTest::newRow("opaque RGBA") << "opaque rgba" << 2 << 8;
         QTest::newRow("> 256 colours") << "photo" << 2 << 8;
         QTest::newRow("optipng 4-bit palette") << "basn3p04-optipng.png" << 3 << 4;
-        QTest::newRow("optipng grey + alpha") << "basn4a08-optipng.png" << 4 << 8;
         QTest::newRow("optipng RGBA") << "basn6a08-optipng.png" << 6 << 8;
-        QTest::newRow("optipng palette with tRNS") << "tbbn3p08-optipng.png" << 3 << 8;
         QTest::newRow("optipng palette, clear background")
             << "libavif-circle-trns-after-plte-optipng.png" << 3 << 8;
     }
@@ -194,7 +178,7 @@ private Q_SLOTS:
                                          : sources.value(name).cast(VIPS_FORMAT_UCHAR).copy_memory();
         const auto bytes = FormatEncoder::encode(source, QStringLiteral("public.png"), 1.0);
         QVERIFY(bytes);
-        QCOMPARE(pngMaxDifference(*bytes, source), 0.0);
+        QCOMPARE(pngDifference(decodeBytes(*bytes), source), 0.0);
         QCOMPARE(FormatEncoder::encodedPNGSize(source), qint64(bytes->size()));
         QCOMPARE(int(uint8_t(bytes->at(25))), colourType); // IHDR, after signature, length and type
         QCOMPARE(int(uint8_t(bytes->at(24))), depth);
@@ -203,12 +187,6 @@ private Q_SLOTS:
             QVERIFY2(bytes->size() <= input,
                      qPrintable(QStringLiteral("%1 > %2").arg(bytes->size()).arg(input)));
         }
-    }
-
-    void refusesUnknownTypes()
-    {
-        QVERIFY(!FormatEncoder::encode(photo(), QStringLiteral("public.heic"), 0.8));
-        QVERIFY(!FormatEncoder::encode(photo(), QString(), 0.8));
     }
 };
 
