@@ -187,15 +187,11 @@ private Q_SLOTS:
         QTest::newRow("compress --help among options")
             << QStringList{"compress", "--json", "--help"} << 0
             << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
-        QTest::newRow("settings -h") << QStringList{"settings", "-h"} << 0
-                                     << "usage: brevona-cli settings [KEY [VALUE]] | settings --delete KEY";
         QTest::newRow("nothing") << QStringList{} << 2 << "usage:";
         QTest::newRow("unknown command") << QStringList{"frobnicate"} << 2 << "unknown command";
         QTest::newRow("no files") << QStringList{"compress", "--json"} << 2 << "no files";
         QTest::newRow("unknown option") << QStringList{"compress", "--bogus", "x.jpg"} << 2 << "bogus";
         QTest::newRow("unknown format") << QStringList{"compress", "--format", "gif", "x.jpg"} << 2 << "avif";
-        QTest::newRow("unknown mode")
-            << QStringList{"compress", "--mode", "turbo", "x.jpg"} << 2 << "balanced";
         QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"} << 2
                                    << "whole number";
         QTest::newRow("saving above 100")
@@ -216,8 +212,6 @@ private Q_SLOTS:
             << QStringList{"settings", "limitOutputFileSize", "maybe"} << 2 << "expected true or false";
         QTest::newRow("capitalised mode") << QStringList{"settings", "compressionMode", "Balanced"} << 2
                                           << "expected one of lossless, balanced, aggressive";
-        QTest::newRow("unknown format setting")
-            << QStringList{"settings", "outputFormat", "gif"} << 2 << "jpeg, png, webp, avif, original";
         QTest::newRow("quality above 1") << QStringList{"settings", "quality", "80"} << 2 << "0 to 1";
         QTest::newRow("bookmark of a missing folder")
             << QStringList{"settings", "customFolderBookmark", "/nonexistent/folder"} << 2
