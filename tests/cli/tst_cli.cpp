@@ -138,13 +138,12 @@ private Q_SLOTS:
         QTest::newRow("flags change the output")
             << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s", "--out", "out"} << ""
             << QStringList{};
-        QTest::newRow("stored saving rule off for one run")
-            << QStringList{"--no-min-saving"} << "Done · files were already optimized"
-            << QStringList{"requireMinSavingPercent", "true", "minSavingPercent", "100"};
-        QTest::newRow("stored size limit off for one run")
-            << QStringList{"--no-max-size", "--no-max-edge"} << "Done · files were already optimized"
-            << QStringList{"limitOutputFileSize", "true", "maxFileSizeKB", "1",
-                           "limitLongestEdge",    "true", "longestEdgePx", "8"};
+        QTest::newRow("stored limits off for one run")
+            << QStringList{"--no-min-saving", "--no-max-size", "--no-max-edge"}
+            << "Done · files were already optimized"
+            << QStringList{"requireMinSavingPercent", "true", "minSavingPercent", "100",
+                           "limitOutputFileSize",     "true", "maxFileSizeKB",    "1",
+                           "limitLongestEdge",        "true", "longestEdgePx",    "8"};
     }
     void compressOptions()
     {
@@ -182,8 +181,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message"); // stdout's first line; on an error part of stderr
         QTest::newRow("version") << QStringList{"--version"} << 0 << "brevona-cli 0.1.0";
         QTest::newRow("--help") << QStringList{"--help"} << 0 << "usage:";
-        QTest::newRow("help compress") << QStringList{"help", "compress"} << 0
-                                       << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
         QTest::newRow("compress --help among options")
             << QStringList{"compress", "--json", "--help"} << 0
             << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
@@ -194,18 +191,13 @@ private Q_SLOTS:
         QTest::newRow("unknown format") << QStringList{"compress", "--format", "gif", "x.jpg"} << 2 << "avif";
         QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"} << 2
                                    << "whole number";
-        QTest::newRow("saving above 100")
-            << QStringList{"compress", "--min-saving", "101", "x.jpg"} << 2 << "100";
         QTest::newRow("zero jobs") << QStringList{"compress", "--jobs", "0", "x.jpg"} << 2 << "--jobs";
         QTest::newRow("missing out folder")
             << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"} << 2 << "does not exist";
         QTest::newRow("a limit and its opposite")
             << QStringList{"compress", "--max-size", "9", "--no-max-size", "x.jpg"} << 2 << "together";
-        QTest::newRow("send no files") << QStringList{"send"} << 2 << "usage:";
         QTest::newRow("send an option") << QStringList{"send", "--json", "/a.png"} << 2 << "usage:";
         QTest::newRow("settings with three words") << QStringList{"settings", "a", "b", "c"} << 2 << "usage:";
-        QTest::newRow("integer setting from text")
-            << QStringList{"settings", "maxFileSizeKB", "lots"} << 2 << "expected a whole number from 0 up";
         QTest::newRow("percent above 100")
             << QStringList{"settings", "minSavingPercent", "150"} << 2 << "0 to 100";
         QTest::newRow("bool setting from text")
@@ -370,7 +362,7 @@ private Q_SLOTS:
         QCOMPARE(storedSuite().value(key), stored);
     }
 
-    void settingsListDeleteAndApply()
+    void settingsListAndDelete()
     {
         const auto settings = [this](const QStringList& arguments) {
             return cli(QStringList{QStringLiteral("settings")} + arguments);
@@ -382,9 +374,6 @@ private Q_SLOTS:
         QCOMPARE(settings({"neverSet"}).exitCode, 1);
         QCOMPARE(settings({"outputFormat", "png"}).exitCode, 0);
         QVERIFY(settings({}).out.startsWith("outputFormat = png\n"));
-        const QString a = copy(QStringLiteral("orient1-360x240.jpg"), QStringLiteral("a.jpg"));
-        QCOMPARE(cli({QStringLiteral("compress"), a}).exitCode, 0);
-        QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("a-web.png"))));
         QCOMPARE(settings({"--delete", "outputFormat"}).exitCode, 0);
         QCOMPARE(settings({"outputFormat"}).out, QByteArray("jpeg\n"));
     }
@@ -406,10 +395,9 @@ private Q_SLOTS:
             << none << QStringList{"send", "a.jpg"} << 2 << true << 1 << QStringList{"a.jpg", "a.jpg"};
         QTest::newRow("no display: eight sends at once lose nothing")
             << none << QStringList{"send", "a.jpg"} << 8 << false << 0 << QStringList(8, "a.jpg");
-        QTest::newRow("relative names") << none << QStringList{"send", "x.png", "sub/y z.jpg"} << 1 << false
-                                        << 0 << QStringList{"x.png", "sub/y z.jpg"};
-        QTest::newRow("dot segments folded")
-            << none << QStringList{"send", "./a/../x.png"} << 1 << false << 0 << QStringList{"x.png"};
+        QTest::newRow("relative names, dot segments folded")
+            << none << QStringList{"send", "x.png", "sub/y z.jpg", "./a/../w.png"} << 1 << false << 0
+            << QStringList{"x.png", "sub/y z.jpg", "w.png"};
         QTest::newRow("non-ASCII") << none << QStringList{"send", "/m/Ärger ⚡ 写真.png"} << 1 << false << 0
                                    << QStringList{"/m/Ärger ⚡ 写真.png"};
         QTest::newRow("appends to a waiting list")

@@ -96,19 +96,14 @@ private Q_SLOTS:
         settings.outputLocation = OutputLocation::CustomFolder;
         settings.customFolderURL = out.path();
 
-        int succeeded = 0;
-        int failed = 0;
-        int skipped = 0;
         QStringList surprises;
         QDirIterator it(kCorpus + QLatin1Char('/') + folder, QDir::Files, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString path = it.next();
             const QString relative = QDir(kCorpus).relativeFilePath(path);
             if (QFileInfo(path).size() > kMaxFileSize &&
-                !relative.startsWith(QLatin1String("malformed/bombs/"))) {
-                ++skipped;
+                !relative.startsWith(QLatin1String("malformed/bombs/")))
                 continue;
-            }
             if (!expected.contains(relative)) // licences and READMEs
                 continue;
             const QByteArray before = sha256(path);
@@ -117,7 +112,6 @@ private Q_SLOTS:
             QCOMPARE(result.sourceURL, path);
             QVERIFY2(result.succeeded() || result.error, qPrintable(relative));
             if (result.succeeded()) {
-                ++succeeded;
                 const vips::VImage written = loaded(*result.outputURL);
                 QVERIFY2(written.width() > 0 && written.width() <= settings.longestEdgePx,
                          qPrintable(relative));
@@ -129,7 +123,6 @@ private Q_SLOTS:
                 QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
                 QFile::remove(*result.outputURL);
             } else {
-                ++failed;
                 QCOMPARE(result.error, std::optional(CompressorError::CannotDecode));
                 // Outside the deliberately broken files, what libvips reads strictly must come out,
                 // when its name is one we accept (drops filter the others out).
@@ -141,8 +134,6 @@ private Q_SLOTS:
                 relative.contains(QLatin1String("giant")))
                 QVERIFY2(!result.succeeded(), qPrintable(relative));
         }
-        qInfo("%s: %d written, %d refused, %d over %lld bytes left out", qPrintable(folder), succeeded,
-              failed, skipped, kMaxFileSize);
         QVERIFY2(surprises.isEmpty(), qPrintable(surprises.join(QLatin1Char(' '))));
         QCOMPARE(entries(out.path()), QStringList{});
     }

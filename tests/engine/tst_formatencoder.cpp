@@ -1,5 +1,3 @@
-#include <cmath>
-
 #include <vips/vips8>
 
 #include <QTemporaryDir>
@@ -94,39 +92,6 @@ private Q_SLOTS:
                 QVERIFY2(marker < 0xE0 || marker > 0xFE, qPrintable(QString::number(marker, 16)));
             }
         }
-    }
-
-    // Types with alpha keep it straight: half-transparent orange keeps its colour, not darkened by
-    // its alpha. JPEG has no alpha: it shows the colours over white, never what hides under alpha 0.
-    void keepsAlphaOrFlattensOntoWhite_data()
-    {
-        QTest::addColumn<QString>("type");
-        QTest::addColumn<double>("tolerance");
-        QTest::addColumn<QList<double>>("orange"); // at (48, 40)
-        QTest::newRow("png") << "public.png" << 0.0 << QList<double>{200, 100, 50, 128};
-        QTest::newRow("webp") << "webp" << 6.0 << QList<double>{200, 100, 50, 128};
-        QTest::newRow("avif") << "public.avif" << 6.0 << QList<double>{200, 100, 50, 128};
-        QTest::newRow("jpeg") << "public.jpeg" << 8.0 << QList<double>{227, 177, 152};
-    }
-    void keepsAlphaOrFlattensOntoWhite()
-    {
-        QFETCH(QString, type);
-        QFETCH(double, tolerance);
-        QFETCH(QList<double>, orange);
-        const auto bytes =
-            FormatEncoder::encode(translucent(), type, type == QLatin1String("public.jpeg") ? 0.95 : 1.0);
-        QVERIFY(bytes);
-        const vips::VImage decoded = decodeBytes(*bytes);
-        QCOMPARE(decoded.bands(), orange.size());
-        const auto value = decoded.getpoint(48, 40);
-        for (int band = 0; band < orange.size(); ++band)
-            QVERIFY2(std::abs(value[band] - orange[band]) <= tolerance,
-                     qPrintable(QStringLiteral("band %1: %2").arg(band).arg(value[band])));
-        const auto clear = decoded.getpoint(32, 1); // fully transparent green row
-        if (orange.size() == 4)
-            QVERIFY(clear[3] <= tolerance);
-        else
-            QVERIFY(clear[0] > 245 && clear[1] > 245 && clear[2] > 245);
     }
 
     // Exact, and reduced without loss: grey, an exact palette at the smallest depth, opaque alpha

@@ -48,32 +48,6 @@ class TestSizeLimitedWriter : public QObject
 private Q_SLOTS:
     void initTestCase() { QVERIFY(VipsRuntime::ensureStarted()); }
 
-    // Without a limit: one encode at the mode's quality for the format (PNG is always lossless).
-    void unlimited_data()
-    {
-        QTest::addColumn<OutputFormat>("format");
-        QTest::addColumn<CompressionMode>("mode");
-        QTest::addColumn<double>("quality");
-        QTest::newRow("jpeg lossless") << OutputFormat::Jpeg << CompressionMode::Lossless << 0.95;
-        QTest::newRow("avif balanced") << OutputFormat::Avif << CompressionMode::Balanced << 0.82;
-        QTest::newRow("png aggressive") << OutputFormat::Png << CompressionMode::Aggressive << 1.0;
-    }
-    void unlimited()
-    {
-        QFETCH(OutputFormat, format);
-        QFETCH(CompressionMode, mode);
-        QFETCH(double, quality);
-        CompressionSettings settings = EngineFixtures::settingsFor(format);
-        settings.compressionMode = mode;
-        QTemporaryDir dir;
-        SizeLimitedWriter writer(format, settings, modelEncoder(5000, 1.0));
-        const auto written = writer.write(vips::VImage::black(100, 50), OutputTarget(dir.path(), "a", "x"));
-        QVERIFY(written);
-        QCOMPARE(writer.attempts().size(), 1);
-        QCOMPARE(writer.attempts().first().quality, quality);
-        QCOMPARE(QFileInfo(*written).size(), 5000 + qint64(5000 * quality));
-    }
-
     // The quality search on a 1000 x 500 image with a codec of known sizes; the results are worked
     // out by hand from lo = 0.05, hi = the mode's quality, eight rounds a scale. A codec that fails
     // ends the search at that point, and what fitted before is kept.
