@@ -16,17 +16,12 @@ vips::VImage photo()
     return *ImageDecoder::decode(dataPath(QStringLiteral("orient1-360x240.jpg")));
 }
 
-/// 64 x 64: opaque gradient on the left, half-transparent orange on the right, clear top rows.
-vips::VImage translucent()
+/// 64 x 64 alpha: opaque on the left, half transparent on the right, clear in the top eight rows.
+vips::VImage alphaMask()
 {
-    const vips::VImage x = vips::VImage::xyz(64, 64).extract_band(0) * 4;
-    const vips::VImage left =
-        vips::VImage::bandjoin({x, x, 255 - x, vips::VImage::black(64, 64) + 255}).crop(0, 0, 32, 64);
-    const vips::VImage right = vips::VImage::black(32, 64).new_from_image({200, 100, 50, 128});
-    vips::VImage image = left.join(right, VIPS_DIRECTION_HORIZONTAL).cast(VIPS_FORMAT_UCHAR);
-    image = image.insert(vips::VImage::black(64, 8).new_from_image({10, 200, 10, 0}).cast(VIPS_FORMAT_UCHAR),
-                         0, 0);
-    return image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB)).copy_memory();
+    const vips::VImage xy = vips::VImage::xyz(64, 64);
+    const vips::VImage half = (xy.extract_band(0) < 32).ifthenelse(std::vector<double>{255}, {128});
+    return (xy.extract_band(1) < 8).ifthenelse(std::vector<double>{0}, half).cast(VIPS_FORMAT_UCHAR);
 }
 
 vips::VImage decodeBytes(const QByteArray& bytes)
@@ -122,10 +117,10 @@ private Q_SLOTS:
         QFETCH(int, depth);
         const vips::VImage colour = photo();
         const vips::VImage grey = colour.extract_band(1);
-        const vips::VImage alpha = translucent().extract_band(3).resize(
-            double(colour.width()) / 64, vips::VImage::option()
-                                             ->set("vscale", double(colour.height()) / 64)
-                                             ->set("kernel", VIPS_KERNEL_NEAREST));
+        const vips::VImage alpha =
+            alphaMask().resize(double(colour.width()) / 64, vips::VImage::option()
+                                                                ->set("vscale", double(colour.height()) / 64)
+                                                                ->set("kernel", VIPS_KERNEL_NEAREST));
         const vips::VImage bw = grey > 128;
         const vips::VImage levels = (grey / 17).cast(VIPS_FORMAT_UCHAR) * 17;
         const QHash<QString, vips::VImage> sources{
