@@ -161,24 +161,21 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fixture");
         QTest::addColumn<OutputFormat>("format");
         QTest::addColumn<QList<QSize>>("sizes"); // per page
-        QTest::addColumn<QString>("extension");
-        QTest::addColumn<QList<int>>("bands"); // per page, the band of its filled rectangle
+        QTest::addColumn<QList<int>>("bands");   // per page, the band of its filled rectangle
         const QList<QSize> three(3, QSize(400, 200));
         QTest::newRow("original becomes jpeg")
-            << "three-pages-200x100pt.pdf" << OutputFormat::Original << three << "jpg" << QList{0, 1, 2};
-        QTest::newRow("A4 truncated, not rounded") << "a4-red-595.276x841.89pt.pdf" << OutputFormat::Jpeg
-                                                   << QList{QSize(1190, 1683)} << "jpg" << QList{0};
+            << "three-pages-200x100pt.pdf" << OutputFormat::Original << three << QList{0, 1, 2};
+        QTest::newRow("A4 truncated, not rounded")
+            << "a4-red-595.276x841.89pt.pdf" << OutputFormat::Jpeg << QList{QSize(1190, 1683)} << QList{0};
         // Page 1's crop box is a corner of its media box; page 2 is turned a quarter.
-        QTest::newRow("media box, turned page")
-            << "crop-box-and-rotation-300x200pt.pdf" << OutputFormat::Jpeg
-            << QList{QSize(600, 400), QSize(400, 600)} << "jpg" << QList{2, 2};
+        QTest::newRow("media box, turned page") << "crop-box-and-rotation-300x200pt.pdf" << OutputFormat::Jpeg
+                                                << QList{QSize(600, 400), QSize(400, 600)} << QList{2, 2};
     }
     void expandsPDFPages()
     {
         QFETCH(QString, fixture);
         QFETCH(OutputFormat, format);
         QFETCH(QList<QSize>, sizes);
-        QFETCH(QString, extension);
         QFETCH(QList<int>, bands);
         const int pages = int(sizes.size());
         const QString pdf = source(fixture, QStringLiteral("report.pdf"));
@@ -194,8 +191,7 @@ private Q_SLOTS:
             const CompressionResult& result = session.results[page];
             QVERIFY(result.succeeded());
             QCOMPARE(result.sourceURL, pdf);
-            QCOMPARE(*result.outputURL,
-                     path(QStringLiteral("report-web-p%1.%2").arg(page + 1).arg(extension)));
+            QCOMPARE(*result.outputURL, path(QStringLiteral("report-web-p%1.jpg").arg(page + 1)));
             QCOMPARE(result.originalSize, QFileInfo(pdf).size() / pages);
             QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
             const vips::VImage written = loaded(*result.outputURL);
@@ -285,7 +281,6 @@ private Q_SLOTS:
         QTest::addColumn<bool>("rule");
         QTest::addColumn<int>("minimum");
         QTest::addColumn<bool>("kept");
-        QTest::newRow("15 % under 20 %") << 100000 << 85000 << true << 20 << false;
         QTest::newRow("exactly 20 %") << 100000 << 80000 << true << 20 << true;
         QTest::newRow("19.999 % truncates to 19") << 100000 << 80001 << true << 20 << false;
         QTest::newRow("larger output without rule") << 100000 << 120000 << false << 20 << true;
