@@ -8,7 +8,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -45,51 +44,43 @@ private:
     QString m_standIn;    // stands in for the application: logs its start, holds its lock
     QString m_standInLog; // one line per start
 
-    Run cli(const QStringList& arguments) const
+    /// Starts `program` (the built brevona-cli unless given) with its own data folder, the
+    /// stand-in application, and a display only when asked for.
+    QProcess* start(const QStringList& arguments, const QString& workingDirectory = {}, bool display = false,
+                    const QString& program = {})
     {
-        QProcess process;
+        auto* process = new QProcess(this);
+        process->setWorkingDirectory(workingDirectory);
+        const QString cli = qEnvironmentVariable("BREVONA_CLI");
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_config->path());
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_data->path());
-        process.setProcessEnvironment(environment);
-        process.start(qEnvironmentVariable("BREVONA_CLI"), arguments);
-        process.waitForFinished(120'000);
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                process.readAllStandardOutput(), process.readAllStandardError()};
-    }
-    QString copy(const QString& name, const QString& asName) const
-    {
-        QFile::copy(fixture(name), m_dir->filePath(asName));
-        return m_dir->filePath(asName);
-    }
-    /// Runs send as `program arguments` (brevona-cli send FILES by default), with the build's
-    /// brevona-cli first on PATH and a stand-in application.
-    QProcess* startSend(const QStringList& files, const QString& workingDirectory = {}, bool display = false,
-                        QString program = {}, QStringList arguments = {})
-    {
-        auto* sender = new QProcess(this);
-        if (!workingDirectory.isEmpty())
-            sender->setWorkingDirectory(workingDirectory);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        // File managers' scripts call brevona-cli by name.
         environment.insert(QStringLiteral("PATH"),
-                           QFileInfo(qEnvironmentVariable("BREVONA_CLI")).absolutePath() + u':' +
-                               environment.value(QStringLiteral("PATH")));
+                           QFileInfo(cli).absolutePath() + u':' + environment.value(QStringLiteral("PATH")));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_data->path());
+        environment.insert(QStringLiteral("BREVONA_APP"), m_standIn);
+        environment.insert(QStringLiteral("STANDIN_LOG"), m_standInLog);
+        environment.insert(QStringLiteral("STANDIN_LOCK"),
+                           InstanceKey::defaultKey() + QStringLiteral(".lock"));
         environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
         if (display)
             environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":97"));
         else
             environment.remove(QStringLiteral("DISPLAY"));
-        environment.insert(QStringLiteral("BREVONA_APP"), m_standIn);
-        environment.insert(QStringLiteral("STANDIN_LOG"), m_standInLog);
-        environment.insert(QStringLiteral("STANDIN_LOCK"),
-                           InstanceKey::defaultKey() + QStringLiteral(".lock"));
-        sender->setProcessEnvironment(environment);
-        if (program.isEmpty()) {
-            program = qEnvironmentVariable("BREVONA_CLI");
-            arguments = QStringList{QStringLiteral("send")} + files;
-        }
-        sender->start(program, arguments);
-        return sender;
+        process->setProcessEnvironment(environment);
+        process->start(program.isEmpty() ? cli : program, arguments);
+        return process;
+    }
+    Run cli(const QStringList& arguments)
+    {
+        const std::unique_ptr<QProcess> process(start(arguments));
+        process->waitForFinished(120'000);
+        return {process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1,
+                process->readAllStandardOutput(), process->readAllStandardError()};
+    }
+    QString copy(const QString& name, const QString& asName) const
+    {
+        QFile::copy(fixture(name), m_dir->filePath(asName));
+        return m_dir->filePath(asName);
     }
 
     QJsonObject storedSuite() const
@@ -135,62 +126,28 @@ private Q_SLOTS:
         m_config.reset();
     }
 
-    void jsonReportsEveryJob()
-    {
-        const QString png = copy(QStringLiteral("rgba-32x32.png"), QStringLiteral("rgba.png"));
-        const QString pdf = copy(QStringLiteral("three-pages-200x100pt.pdf"), QStringLiteral("doc.pdf"));
-        const QString broken = copy(QStringLiteral("truncated.jpg"), QStringLiteral("broken.jpg"));
-        const QString jpg = copy(QStringLiteral("orient1-360x240.jpg"), QStringLiteral("o.jpg"));
-        const Run run = cli({QStringLiteral("compress"), QStringLiteral("--json"), png, pdf, broken, jpg});
-        QCOMPARE(run.exitCode, 1);
-        QJsonParseError error;
-        const QJsonObject report = QJsonDocument::fromJson(run.out, &error).object();
-        QVERIFY2(error.error == QJsonParseError::NoError, run.out.constData());
-        QCOMPARE(report["summary"].toString(), QStringLiteral("5/6 optimized · 1 failed"));
-        const QJsonArray results = report["results"].toArray();
-        QCOMPARE(results.size(), 6);
-        const QStringList sources{png, pdf, pdf, pdf, broken, jpg};
-        for (int i = 0; i < results.size(); ++i) {
-            const QJsonObject result = results[i].toObject();
-            QCOMPARE(result["source"].toString(), sources[i]);
-            QVERIFY(result["originalSize"].isDouble() && result["compressedSize"].isDouble());
-            const QString output = result["output"].toString();
-            QCOMPARE(result["error"].toString(), i == 4 ? QStringLiteral("Cannot decode image") : QString());
-            QCOMPARE(result["compressedSize"].toInteger(), i == 4 ? 0 : QFileInfo(output).size());
-            QCOMPARE(result["output"].isNull(), i == 4);
-        }
-        QCOMPARE(results[2]["output"].toString(), m_dir->filePath(QStringLiteral("doc-web-p2.jpg")));
-        QVERIFY(run.err.contains("doc.pdf p3")); // progress goes to stderr
-    }
-
-    void exitCodes_data()
+    // A batch prints a line per job, then the summary; options apply to this run only and
+    // store nothing.
+    void compressOptions_data()
     {
         QTest::addColumn<QStringList>("options");
-        QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("lastLine");
         QTest::addColumn<QStringList>("stored"); // key, value, ... set before the run
-        QTest::newRow("all written (small originals)")
-            << QStringList{} << 0 << "Done · files were already optimized" << QStringList{};
         QTest::newRow("already optimized counts as success")
-            << QStringList{"--min-saving", "100"} << 0 << "Already optimized · no changes needed"
-            << QStringList{};
+            << QStringList{"--min-saving", "100"} << "Already optimized · no changes needed" << QStringList{};
         QTest::newRow("flags change the output")
-            << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s", "--out", "out"} << 0
-            << "" << QStringList{};
-        QTest::newRow("stored saving rule off for one run")
-            << QStringList{"--no-min-saving"} << 0 << "Done · files were already optimized"
-            << QStringList{"requireMinSavingPercent", "true", "minSavingPercent", "100"};
-        QTest::newRow("stored size limit off for one run")
-            << QStringList{"--no-max-size", "--no-max-edge"} << 0 << "Done · files were already optimized"
-            << QStringList{"limitOutputFileSize", "true", "maxFileSizeKB", "1",
-                           "limitLongestEdge",    "true", "longestEdgePx", "8"};
-        QTest::newRow("one job at a time")
-            << QStringList{"--jobs", "1"} << 0 << "Done · files were already optimized" << QStringList{};
+            << QStringList{"--format", "png", "--max-edge", "100", "--suffix", "_s", "--out", "out"} << ""
+            << QStringList{};
+        QTest::newRow("stored limits off for one run")
+            << QStringList{"--no-min-saving", "--no-max-size", "--no-max-edge"}
+            << "Done · files were already optimized"
+            << QStringList{"requireMinSavingPercent", "true", "minSavingPercent", "100",
+                           "limitOutputFileSize",     "true", "maxFileSizeKB",    "1",
+                           "limitLongestEdge",        "true", "longestEdgePx",    "8"};
     }
-    void exitCodes()
+    void compressOptions()
     {
         QFETCH(QStringList, options);
-        QFETCH(int, exitCode);
         QFETCH(QString, lastLine);
         QFETCH(QStringList, stored);
         for (qsizetype i = 0; i + 1 < stored.size(); i += 2)
@@ -203,7 +160,7 @@ private Q_SLOTS:
             QVERIFY(QDir().mkdir(options[out]));
         }
         const Run run = cli(QStringList{QStringLiteral("compress")} + options + QStringList{a, b});
-        QCOMPARE(run.exitCode, exitCode);
+        QCOMPARE(run.exitCode, 0);
         const QStringList lines = QString::fromUtf8(run.out).trimmed().split(QLatin1Char('\n'));
         QCOMPARE(lines.size(), 3); // one line per job, then the summary
         if (!lastLine.isEmpty())
@@ -223,54 +180,30 @@ private Q_SLOTS:
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("message"); // stdout's first line; on an error part of stderr
         QTest::newRow("version") << QStringList{"--version"} << 0 << "brevona-cli 0.1.0";
-        QTest::newRow("help") << QStringList{"help"} << 0 << "usage:";
         QTest::newRow("--help") << QStringList{"--help"} << 0 << "usage:";
-        QTest::newRow("help compress") << QStringList{"help", "compress"} << 0
-                                       << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
         QTest::newRow("compress --help among options")
             << QStringList{"compress", "--json", "--help"} << 0
             << "usage: brevona-cli compress [OPTION...] FILE|FOLDER...";
-        QTest::newRow("send --help") << QStringList{"send", "--help"} << 0
-                                     << "usage: brevona-cli send [--] FILE...";
-        QTest::newRow("settings -h") << QStringList{"settings", "-h"} << 0
-                                     << "usage: brevona-cli settings [KEY [VALUE]] | settings --delete KEY";
-        QTest::newRow("install-actions --help")
-            << QStringList{"install-actions", "--help"} << 0 << "usage: brevona-cli install-actions";
         QTest::newRow("nothing") << QStringList{} << 2 << "usage:";
         QTest::newRow("unknown command") << QStringList{"frobnicate"} << 2 << "unknown command";
         QTest::newRow("no files") << QStringList{"compress", "--json"} << 2 << "no files";
         QTest::newRow("unknown option") << QStringList{"compress", "--bogus", "x.jpg"} << 2 << "bogus";
         QTest::newRow("unknown format") << QStringList{"compress", "--format", "gif", "x.jpg"} << 2 << "avif";
-        QTest::newRow("unknown mode")
-            << QStringList{"compress", "--mode", "turbo", "x.jpg"} << 2 << "balanced";
         QTest::newRow("zero edge") << QStringList{"compress", "--max-edge", "0", "x.jpg"} << 2
                                    << "whole number";
-        QTest::newRow("saving above 100")
-            << QStringList{"compress", "--min-saving", "101", "x.jpg"} << 2 << "100";
         QTest::newRow("zero jobs") << QStringList{"compress", "--jobs", "0", "x.jpg"} << 2 << "--jobs";
         QTest::newRow("missing out folder")
             << QStringList{"compress", "--out", "/nonexistent/folder", "x.jpg"} << 2 << "does not exist";
         QTest::newRow("a limit and its opposite")
             << QStringList{"compress", "--max-size", "9", "--no-max-size", "x.jpg"} << 2 << "together";
-        QTest::newRow("send no files") << QStringList{"send"} << 2 << "usage:";
         QTest::newRow("send an option") << QStringList{"send", "--json", "/a.png"} << 2 << "usage:";
         QTest::newRow("settings with three words") << QStringList{"settings", "a", "b", "c"} << 2 << "usage:";
-        QTest::newRow("integer setting from text")
-            << QStringList{"settings", "maxFileSizeKB", "lots"} << 2 << "expected a whole number from 0 up";
-        QTest::newRow("negative size")
-            << QStringList{"settings", "maxFileSizeKB", "-5"} << 2 << "whole number";
-        QTest::newRow("fractional edge")
-            << QStringList{"settings", "longestEdgePx", "1.5"} << 2 << "whole number";
         QTest::newRow("percent above 100")
             << QStringList{"settings", "minSavingPercent", "150"} << 2 << "0 to 100";
         QTest::newRow("bool setting from text")
             << QStringList{"settings", "limitOutputFileSize", "maybe"} << 2 << "expected true or false";
         QTest::newRow("capitalised mode") << QStringList{"settings", "compressionMode", "Balanced"} << 2
                                           << "expected one of lossless, balanced, aggressive";
-        QTest::newRow("unknown format setting")
-            << QStringList{"settings", "outputFormat", "gif"} << 2 << "jpeg, png, webp, avif, original";
-        QTest::newRow("unknown location")
-            << QStringList{"settings", "outputLocation", "desktop"} << 2 << "sameFolder, customFolder";
         QTest::newRow("quality above 1") << QStringList{"settings", "quality", "80"} << 2 << "0 to 1";
         QTest::newRow("bookmark of a missing folder")
             << QStringList{"settings", "customFolderBookmark", "/nonexistent/folder"} << 2
@@ -297,28 +230,30 @@ private Q_SLOTS:
             QVERIFY(!storedSuite().contains(QLatin1String(key)));
     }
 
-    void foldersExpand_data()
+    // Folders expand to the images in them; --json reports every job, a PDF's pages each, with
+    // progress on stderr, and the exit code says whether any job failed.
+    void jsonReportsEveryJob_data()
     {
-        QTest::addColumn<QStringList>("files"); // created under the folder (all the same image)
+        // Created under the folder: *.pdf a PDF, broken.* cut short, else an image.
+        QTest::addColumn<QStringList>("files");
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QStringList>("processed"); // sources in order, relative, with any error
-        QTest::newRow("recursive, in path order")
-            << QStringList{"b.png", "a/z.png", "a.png", "a/b/c.PNG"} << QStringList{}
-            << QStringList{"a.png", "a/b/c.PNG", "a/z.png", "b.png"};
-        QTest::newRow("hidden files and folders, other types")
-            << QStringList{".h.png", ".hidden/a.png", "notes.txt", "k.png"} << QStringList{}
-            << QStringList{"k.png"};
+        QTest::newRow("recursive, in path order, images only")
+            << QStringList{"b.png", "a/z.png", "a.png", "a/b/c.PNG", ".h.png", ".hidden/a.png", "notes.txt"}
+            << QStringList{} << QStringList{"a.png", "a/b/c.PNG", "a/z.png", "b.png"};
+        QTest::newRow("pages, a broken file, a name that is not UTF-8")
+            << QStringList{"d.pdf", "broken.jpg", "a.png", "b\u00ff.png"} << QStringList{}
+            << QStringList{"a.png", "broken.jpg: Cannot decode image",
+                           "b\\xFF.png: File name is not valid UTF-8"} +
+                   QStringList(3, "d.pdf");
         QTest::newRow("own outputs of the suffix in force")
             << QStringList{"a.png", "a-web.png", "a-web_2.jpg", "d-web-p3.png", "s_s.png"} << QStringList{}
             << QStringList{"a.png", "s_s.png"};
         QTest::newRow("own outputs of --suffix")
             << QStringList{"a.png", "a-web.png", "s_s.png"} << QStringList{"--suffix", "_s"}
             << QStringList{"a-web.png", "a.png"};
-        QTest::newRow("name that is not UTF-8 refused alone")
-            << QStringList{"a.png", "b\u00ff.png", "c.png"} << QStringList{}
-            << QStringList{"a.png", "b\\xFF.png: File name is not valid UTF-8", "c.png"};
     }
-    void foldersExpand()
+    void jsonReportsEveryJob()
     {
         QFETCH(QStringList, files);
         QFETCH(QStringList, options);
@@ -328,17 +263,28 @@ private Q_SLOTS:
             // Names go to the file system as Latin-1 bytes, so "\xff" stays one byte 0xFF.
             const QByteArray path = folder.toUtf8() + '/' + file.toLatin1();
             QDir().mkpath(QFileInfo(QString::fromUtf8(path)).absolutePath());
-            QVERIFY(std::filesystem::copy_file(fixture(QStringLiteral("rgba-32x32.png")).toStdString(),
-                                               path.toStdString()));
+            const QString name =
+                file.endsWith(QLatin1String(".pdf"))       ? QStringLiteral("three-pages-200x100pt.pdf")
+                : file.startsWith(QLatin1String("broken")) ? QStringLiteral("truncated.jpg")
+                                                           : QStringLiteral("rgba-32x32.png");
+            QVERIFY(std::filesystem::copy_file(fixture(name).toStdString(), path.toStdString()));
         }
         const Run run = cli(QStringList{QStringLiteral("compress"), QStringLiteral("--json")} + options +
                             QStringList{folder});
         QCOMPARE(run.exitCode, processed.join(u' ').contains(u':') ? 1 : 0);
+        QJsonParseError error;
+        const QJsonObject report = QJsonDocument::fromJson(run.out, &error).object();
+        QVERIFY2(error.error == QJsonParseError::NoError, run.out.constData());
+        QVERIFY(!report["summary"].toString().isEmpty());
+        QVERIFY(!run.err.isEmpty());
         QStringList sources;
-        for (const QJsonValue result : QJsonDocument::fromJson(run.out)["results"].toArray()) {
-            const QString error = result["error"].toString();
+        for (const QJsonValue result : report["results"].toArray()) {
+            const QString failure = result["error"].toString();
             sources.append(result["source"].toString().mid(folder.size() + 1) +
-                           (error.isEmpty() ? QString() : QStringLiteral(": ") + error));
+                           (failure.isEmpty() ? QString() : QStringLiteral(": ") + failure));
+            QVERIFY(result["originalSize"].isDouble());
+            QCOMPARE(result["output"].isNull(), !failure.isEmpty());
+            QCOMPARE(result["compressedSize"].toInteger(), QFileInfo(result["output"].toString()).size());
         }
         QCOMPARE(sources, processed);
     }
@@ -346,19 +292,17 @@ private Q_SLOTS:
     void installActionsMergesWithTheUsersOwn_data()
     {
         QTest::addColumn<QByteArray>("before"); // the user's uca.xml; empty: none
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<int>("ours"); // our actions in uca.xml afterwards
+        QTest::addColumn<bool>("merged");       // else exit 1, the file left as it was
         const QByteArray own =
             "<?xml version=\"1.0\"?>\n<actions>\n<action><unique-id>1-1</unique-id></action>\n</actions>\n";
-        QTest::newRow("no uca.xml yet") << QByteArray() << 0 << 1;
-        QTest::newRow("the user's actions kept") << own << 0 << 1;
-        QTest::newRow("unreadable file left alone") << QByteArray("<actions><action>") << 1 << 0;
+        QTest::newRow("no uca.xml yet") << QByteArray() << true;
+        QTest::newRow("the user's actions kept") << own << true;
+        QTest::newRow("unreadable file left alone") << QByteArray("<actions><action>") << false;
     }
     void installActionsMergesWithTheUsersOwn()
     {
         QFETCH(QByteArray, before);
-        QFETCH(int, exitCode);
-        QFETCH(int, ours);
+        QFETCH(bool, merged);
         QFile file(m_config->path() + QStringLiteral("/Thunar/uca.xml"));
         if (!before.isEmpty()) {
             QDir().mkpath(QFileInfo(file).absolutePath());
@@ -366,13 +310,13 @@ private Q_SLOTS:
             file.close();
         }
         for (int run = 0; run < 2; ++run) // a second run changes nothing
-            QCOMPARE(cli({QStringLiteral("install-actions")}).exitCode, exitCode);
+            QCOMPARE(cli({QStringLiteral("install-actions")}).exitCode, merged ? 0 : 1);
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray after = file.readAll();
-        QCOMPARE(after.count("<unique-id>brevona-optimize-1</unique-id>"), ours);
+        QCOMPARE(after.count("<unique-id>brevona-optimize-1</unique-id>"), merged ? 1 : 0);
         if (before.contains("1-1"))
             QVERIFY(after.startsWith(before.left(before.indexOf("</actions>"))));
-        if (ours == 0)
+        if (!merged)
             QCOMPARE(after, before);
         QVERIFY(QFileInfo(m_data->path() + QStringLiteral("/nautilus/scripts/Optimize with Brevona"))
                     .isExecutable());
@@ -414,140 +358,67 @@ private Q_SLOTS:
         QCOMPARE(storedSuite().value(key), stored);
     }
 
-    void settingsListDeleteAndUse()
+    void settingsListAndDelete()
     {
         const auto settings = [this](const QStringList& arguments) {
             return cli(QStringList{QStringLiteral("settings")} + arguments);
         };
-        Run list = settings({});
-        QCOMPARE(list.exitCode, 0);
-        QVERIFY(list.out.startsWith("outputFormat = jpeg (default)\n"));
-        QCOMPARE(list.out.count(" (default)\n"), 12); // every registered key, none stored yet
-        QVERIFY(list.out.endsWith("\ngroupDefaultsMigrated_v1 = true\n"));
-
+        const QByteArray defaults = settings({}).out;
+        QVERIFY(defaults.startsWith("outputFormat = jpeg (default)\n"));
+        QCOMPARE(defaults.count(" (default)\n"), 12); // every registered key, none stored yet
+        QVERIFY(defaults.endsWith("\ngroupDefaultsMigrated_v1 = true\n"));
+        QCOMPARE(settings({"neverSet"}).exitCode, 1);
         QCOMPARE(settings({"outputFormat", "png"}).exitCode, 0);
-        QCOMPARE(settings({"extra", "x"}).exitCode, 0);
-        list = settings({});
-        QVERIFY(list.out.startsWith("outputFormat = png\n"));
-        QVERIFY(list.out.contains("\nextra = x\n"));
-        // The stored setting applies to a batch.
-        const QString a = copy(QStringLiteral("orient1-360x240.jpg"), QStringLiteral("a.jpg"));
-        QCOMPARE(cli({QStringLiteral("compress"), a}).exitCode, 0);
-        QVERIFY(QFileInfo::exists(m_dir->filePath(QStringLiteral("a-web.png"))));
-
+        QVERIFY(settings({}).out.startsWith("outputFormat = png\n"));
         QCOMPARE(settings({"--delete", "outputFormat"}).exitCode, 0);
         QCOMPARE(settings({"outputFormat"}).out, QByteArray("jpeg\n"));
-        QVERIFY(!storedSuite().contains(QStringLiteral("outputFormat")));
-        QCOMPARE(settings({"neverSet"}).exitCode, 1);
     }
-    void appendsAbsolutePaths_data()
+
+    // send queues absolute paths under "pendingFiles", after what was waiting, and starts the
+    // application once when there is a display.
+    void sendQueuesAndStartsOnce_data()
     {
-        QTest::addColumn<QVariant>("before");
-        QTest::addColumn<QStringList>("files");
-        QTest::addColumn<QStringList>("expected"); // relative entries are taken from the working folder
-        QTest::newRow("nothing queued")
-            << QVariant() << QStringList{"/a/b.png", "/a/c.jpg"} << QStringList{"/a/b.png", "/a/c.jpg"};
-        QTest::newRow("relative names")
-            << QVariant() << QStringList{"x.png", "sub/y z.jpg"} << QStringList{"x.png", "sub/y z.jpg"};
-        QTest::newRow("dot segments folded")
-            << QVariant() << QStringList{"./a/../x.png"} << QStringList{"x.png"};
-        QTest::newRow("dash name after the separator")
-            << QVariant() << QStringList{"--", "-x.png"} << QStringList{"-x.png"};
-        QTest::newRow("non-ASCII") << QVariant() << QStringList{"/m/Ärger ⚡ 写真.png"}
-                                   << QStringList{"/m/Ärger ⚡ 写真.png"};
-        QTest::newRow("appends to a waiting list")
-            << QVariant(QVariantList{"/old.png"}) << QStringList{"/new.png"}
-            << QStringList{"/old.png", "/new.png"};
-        QTest::newRow("appends to an empty list")
-            << QVariant(QVariantList{}) << QStringList{"/n.png"} << QStringList{"/n.png"};
+        QTest::addColumn<QVariant>("before");       // stored before; invalid: nothing
+        QTest::addColumn<QStringList>("arguments"); // "send FILE..." or a file manager's script and its files
+        QTest::addColumn<int>("senders");           // started at once
+        QTest::addColumn<bool>("display");          // the application is started once when there is one
+        QTest::addColumn<QStringList>("expected");  // relative entries are taken from the working folder
+        const QVariant none;
+        QTest::newRow("two sends at once start one")
+            << none << QStringList{"send", "a.jpg"} << 2 << true << QStringList{"a.jpg", "a.jpg"};
+        QTest::newRow("no display: eight sends at once lose nothing")
+            << none << QStringList{"send", "a.jpg"} << 8 << false << QStringList(8, "a.jpg");
+        QTest::newRow("relative, dot segments, non-ASCII")
+            << none << QStringList{"send", "x.png", "sub/y z.jpg", "./a/../w.png", "/m/Ärger ⚡ 写真.png"} << 1
+            << false << QStringList{"x.png", "sub/y z.jpg", "w.png", "/m/Ärger ⚡ 写真.png"};
         QTest::newRow("replaces a single string")
-            << QVariant("/stray.png") << QStringList{"/n.png"} << QStringList{"/n.png"};
-        QTest::newRow("drops non-strings from a damaged list")
-            << QVariant(QVariantList{"/keep.png", qint64(4)}) << QStringList{"/n.png"}
+            << QVariant("/stray.png") << QStringList{"send", "/n.png"} << 1 << false << QStringList{"/n.png"};
+        QTest::newRow("appends to a waiting list, drops its non-strings")
+            << QVariant(QVariantList{"/keep.png", qint64(4)}) << QStringList{"send", "/n.png"} << 1 << false
             << QStringList{"/keep.png", "/n.png"};
+        // Nautilus runs its script in the folder with bare names.
+        QTest::newRow("Nautilus script, name with a dash")
+            << none << QStringList{"nautilus-optimize-with-brevona", "-x.jpg"} << 1 << true
+            << QStringList{"-x.jpg"};
     }
-    void appendsAbsolutePaths()
+    void sendQueuesAndStartsOnce()
     {
         QFETCH(QVariant, before);
-        QFETCH(QStringList, files);
-        QFETCH(QStringList, expected);
-        if (before.isValid()) {
-            Defaults suite = Defaults::suite();
-            suite.set(AppGroupDefaults::Keys::pendingFiles, before);
-            QVERIFY(suite.sync());
-        }
-        QTemporaryDir work;
-        QProcess* sender = startSend(files, work.path());
-        QVERIFY(sender->waitForFinished(30000));
-        QCOMPARE(sender->exitCode(), 0);
-        QStringList absolute;
-        for (const QString& path : expected)
-            absolute.append(QDir::isAbsolutePath(path) ? path : work.path() + u'/' + path);
-        QCOMPARE(Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles),
-                 std::optional(absolute));
-    }
-
-    void startsTheApplicationOnce_data()
-    {
-        QTest::addColumn<QString>("action"); // how the files are sent
-        QTest::addColumn<int>("senders");    // started at once
-        QTest::addColumn<bool>("display");
-        QTest::addColumn<QString>("file");
-        QTest::addColumn<int>("starts");
-
-        QTest::newRow("one send starts it") << "cli" << 1 << true << "a.jpg" << 1;
-        QTest::newRow("two sends at once start one") << "cli" << 2 << true << "a.jpg" << 1;
-        QTest::newRow("no display: queued for the next start") << "cli" << 1 << false << "a.jpg" << 0;
-        QTest::newRow("eight sends at once lose nothing") << "cli" << 8 << false << "a.jpg" << 0;
-        QTest::newRow("Nautilus script, name with a dash") << "nautilus" << 1 << true << "-x.jpg" << 1;
-        QTest::newRow("Thunar action, dash and newline") << "thunar" << 1 << true << "-x\ny.jpg" << 1;
-        QTest::newRow("Dolphin action, dash") << "dolphin" << 1 << false << "-x.jpg" << 0;
-    }
-
-    void startsTheApplicationOnce()
-    {
-        QFETCH(QString, action);
+        QFETCH(QStringList, arguments);
         QFETCH(int, senders);
         QFETCH(bool, display);
-        QFETCH(QString, file);
-        QFETCH(int, starts);
-        QTemporaryDir work;
-        const QString absolute = work.filePath(file);
-        const QString filemanager = QStringLiteral(BREVONA_PACKAGING "/filemanager/");
-
-        // Each action's command as its file manager runs it: Nautilus runs the script in the
-        // folder with bare names, Thunar runs the command through the shell with %F quoted, and
-        // Dolphin splits Exec and puts the paths in place of %F.
-        QString program;
-        QStringList arguments;
-        if (action == QLatin1String("nautilus")) {
+        QFETCH(QStringList, expected);
+        if (before.isValid())
+            IsolatedConfig::store(AppGroupDefaults::Keys::pendingFiles, before);
+        QString program; // brevona-cli, or the shell running a script
+        if (arguments.first() != QLatin1String("send")) {
             program = QStringLiteral("/bin/sh");
-            arguments = {filemanager + QStringLiteral("nautilus-optimize-with-brevona"), file};
-        } else if (action == QLatin1String("thunar")) {
-            QFile xml(filemanager + QStringLiteral("thunar-uca-action.xml"));
-            QVERIFY(xml.open(QIODevice::ReadOnly));
-            const QString text = QString::fromUtf8(xml.readAll());
-            const qsizetype from = text.indexOf(QStringLiteral("<command>")) + 9;
-            QString command = text.mid(from, text.indexOf(QStringLiteral("</command>")) - from);
-            QString quoted = absolute;
-            command.replace(QStringLiteral("%F"),
-                            u'\'' + quoted.replace(u'\'', QStringLiteral("'\\''")) + u'\'');
-            program = QStringLiteral("/bin/sh");
-            arguments = {QStringLiteral("-c"), command};
-        } else if (action == QLatin1String("dolphin")) {
-            QFile desktop(filemanager + QStringLiteral("brevona-dolphin.desktop"));
-            QVERIFY(desktop.open(QIODevice::ReadOnly));
-            const QString text = QString::fromUtf8(desktop.readAll());
-            const QString exec = text.mid(text.indexOf(QStringLiteral("Exec=")) + 5).section(u'\n', 0, 0);
-            arguments = exec.split(u' ');
-            program = QStandardPaths::findExecutable(
-                arguments.takeFirst(), {QFileInfo(qEnvironmentVariable("BREVONA_CLI")).absolutePath()});
-            arguments.replace(arguments.indexOf(QStringLiteral("%F")), absolute);
+            arguments.first().prepend(QStringLiteral(BREVONA_PACKAGING "/filemanager/"));
         }
-
+        QTemporaryDir work;
         QList<QProcess*> running;
         for (int i = 0; i < senders; ++i)
-            running.append(startSend({file}, work.path(), display, program, arguments));
+            running.append(start(arguments, work.path(), display, program));
         for (QProcess* sender : running) {
             QVERIFY(sender->waitForFinished(60000));
             QCOMPARE(sender->exitCode(), 0);
@@ -555,9 +426,11 @@ private Q_SLOTS:
                 QVERIFY(sender->readAllStandardError().contains("compressed when Brevona next starts"));
         }
         QFile log(m_standInLog);
-        QCOMPARE(log.open(QIODevice::ReadOnly) ? log.readAll().count("started") : 0, starts);
+        QCOMPARE(log.open(QIODevice::ReadOnly) ? log.readAll().count("started") : 0, display ? 1 : 0);
+        for (QString& path : expected)
+            path = QDir(work.path()).absoluteFilePath(path);
         QCOMPARE(Defaults::suite().stringArray(AppGroupDefaults::Keys::pendingFiles),
-                 std::optional(QStringList(senders, absolute)));
+                 std::optional(expected));
     }
 };
 

@@ -7,12 +7,29 @@
 #include <QFile>
 #include <QString>
 
+#include "engine/CompressionSettings.h"
+#include "engine/ImageDecoder.h"
+
 /// Small helpers shared by the engine tests: fixture copies, file fingerprints and pixel checks.
 namespace EngineFixtures {
 
 inline QString dataPath(const QString& name)
 {
     return QStringLiteral(BREVONA_TEST_DATA "/") + name;
+}
+
+/// The defaults (jpeg, balanced, "-web", same folder, no limits) with another format, scaled to
+/// `maxEdge` when above 0 (below 0: that edge stored, the limit off) and kept under `limitKB`.
+inline CompressionSettings settingsFor(OutputFormat format = OutputFormat::Jpeg, int maxEdge = 0,
+                                       int limitKB = 0)
+{
+    CompressionSettings settings;
+    settings.outputFormat = format;
+    settings.limitLongestEdge = maxEdge > 0;
+    settings.longestEdgePx = maxEdge != 0 ? std::abs(maxEdge) : settings.longestEdgePx;
+    settings.limitOutputFileSize = limitKB > 0;
+    settings.maxFileSizeKB = limitKB > 0 ? limitKB : settings.maxFileSizeKB;
+    return settings;
 }
 
 /// Copies a file of tests/data into `folder` (under `asName` when given) and returns the copy's path.
@@ -71,6 +88,19 @@ inline double meanDifference(const vips::VImage& a, const vips::VImage& b)
 inline double maxDifference(const vips::VImage& a, const vips::VImage& b)
 {
     return (a.cast(VIPS_FORMAT_INT) - b.cast(VIPS_FORMAT_INT)).abs().max();
+}
+
+/// Largest difference between the pixels of a written PNG and `expected`: laid out as the decoder
+/// lays out any image, opaque alpha put back where the encoder dropped it; 255 if sizes differ.
+inline double pngDifference(const vips::VImage& png, const vips::VImage& expected)
+{
+    vips::VImage decoded = ImageDecoder::toSRGB8(png);
+    if (decoded.bands() == 3 && expected.bands() == 4)
+        decoded = decoded.bandjoin_const({255});
+    if (decoded.bands() != expected.bands() || decoded.width() != expected.width() ||
+        decoded.height() != expected.height())
+        return 255;
+    return maxDifference(decoded, expected);
 }
 
 inline std::vector<double> pixel(const vips::VImage& image, int x, int y)

@@ -91,27 +91,19 @@ private Q_SLOTS:
         QFETCH(qint64, limitKB);
         const auto expected = inventory();
         QTemporaryDir out;
-        CompressionSettings settings;
+        // The longest edge limited keeps the encode of the larger files short.
+        CompressionSettings settings = settingsFor(format, 2048, int(limitKB));
         settings.outputLocation = OutputLocation::CustomFolder;
         settings.customFolderURL = out.path();
-        settings.limitLongestEdge = true; // keeps the encode of the larger files short
-        settings.outputFormat = format;
-        settings.limitOutputFileSize = limitKB > 0;
-        settings.maxFileSizeKB = limitKB;
 
-        int succeeded = 0;
-        int failed = 0;
-        int skipped = 0;
         QStringList surprises;
         QDirIterator it(kCorpus + QLatin1Char('/') + folder, QDir::Files, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString path = it.next();
             const QString relative = QDir(kCorpus).relativeFilePath(path);
             if (QFileInfo(path).size() > kMaxFileSize &&
-                !relative.startsWith(QLatin1String("malformed/bombs/"))) {
-                ++skipped;
+                !relative.startsWith(QLatin1String("malformed/bombs/")))
                 continue;
-            }
             if (!expected.contains(relative)) // licences and READMEs
                 continue;
             const QByteArray before = sha256(path);
@@ -120,23 +112,17 @@ private Q_SLOTS:
             QCOMPARE(result.sourceURL, path);
             QVERIFY2(result.succeeded() || result.error, qPrintable(relative));
             if (result.succeeded()) {
-                ++succeeded;
                 const vips::VImage written = loaded(*result.outputURL);
                 QVERIFY2(written.width() > 0 && written.width() <= settings.longestEdgePx,
                          qPrintable(relative));
                 if (format == OutputFormat::Png && limitKB == 0) {
-                    // Laid out as the decoder lays out any image, opaque alpha put back where it was dropped.
-                    vips::VImage pixels = ImageDecoder::toSRGB8(written);
                     const vips::VImage expected =
                         ImageScaler::resize(*ImageDecoder::decode(path), settings.longestEdgePx);
-                    if (pixels.bands() == 3 && expected.bands() == 4)
-                        pixels = pixels.bandjoin_const({255});
-                    QVERIFY2(maxDifference(pixels, expected) == 0, qPrintable(relative));
+                    QVERIFY2(pngDifference(written, expected) == 0, qPrintable(relative));
                 }
                 QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
                 QFile::remove(*result.outputURL);
             } else {
-                ++failed;
                 QCOMPARE(result.error, std::optional(CompressorError::CannotDecode));
                 // Outside the deliberately broken files, what libvips reads strictly must come out,
                 // when its name is one we accept (drops filter the others out).
@@ -148,8 +134,6 @@ private Q_SLOTS:
                 relative.contains(QLatin1String("giant")))
                 QVERIFY2(!result.succeeded(), qPrintable(relative));
         }
-        qInfo("%s: %d written, %d refused, %d over %lld bytes left out", qPrintable(folder), succeeded,
-              failed, skipped, kMaxFileSize);
         QVERIFY2(surprises.isEmpty(), qPrintable(surprises.join(QLatin1Char(' '))));
         QCOMPARE(entries(out.path()), QStringList{});
     }

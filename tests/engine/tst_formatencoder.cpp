@@ -1,5 +1,3 @@
-#include <cmath>
-
 #include <vips/vips8>
 
 #include <QTemporaryDir>
@@ -18,36 +16,18 @@ vips::VImage photo()
     return *ImageDecoder::decode(dataPath(QStringLiteral("orient1-360x240.jpg")));
 }
 
-/// 64 x 64: opaque gradient on the left, half-transparent orange on the right, clear top rows.
-vips::VImage translucent()
+/// 64 x 64 alpha: opaque on the left, half transparent on the right, clear in the top eight rows.
+vips::VImage alphaMask()
 {
-    const vips::VImage x = vips::VImage::xyz(64, 64).extract_band(0) * 4;
-    const vips::VImage left =
-        vips::VImage::bandjoin({x, x, 255 - x, vips::VImage::black(64, 64) + 255}).crop(0, 0, 32, 64);
-    const vips::VImage right = vips::VImage::black(32, 64).new_from_image({200, 100, 50, 128});
-    vips::VImage image = left.join(right, VIPS_DIRECTION_HORIZONTAL).cast(VIPS_FORMAT_UCHAR);
-    image = image.insert(vips::VImage::black(64, 8).new_from_image({10, 200, 10, 0}).cast(VIPS_FORMAT_UCHAR),
-                         0, 0);
-    return image.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB)).copy_memory();
+    const vips::VImage xy = vips::VImage::xyz(64, 64);
+    const vips::VImage half = (xy.extract_band(0) < 32).ifthenelse(std::vector<double>{255}, {128});
+    return (xy.extract_band(1) < 8).ifthenelse(std::vector<double>{0}, half).cast(VIPS_FORMAT_UCHAR);
 }
 
 vips::VImage decodeBytes(const QByteArray& bytes)
 {
     // The loader reads the buffer lazily; copy_memory decodes everything while `bytes` lives.
     return vips::VImage::new_from_buffer(bytes.constData(), size_t(bytes.size()), "").copy_memory();
-}
-
-/// Largest difference of any sample between the encoded PNG's pixels and the source's.
-double pngMaxDifference(const QByteArray& png, const vips::VImage& source)
-{
-    // Laid out as the decoder lays out any image, and opaque alpha put back where it was dropped.
-    vips::VImage decoded = ImageDecoder::toSRGB8(decodeBytes(png));
-    if (decoded.bands() == 3 && source.bands() == 4)
-        decoded = decoded.bandjoin_const({255});
-    if (decoded.bands() != source.bands() || decoded.width() != source.width() ||
-        decoded.height() != source.height())
-        return 255;
-    return (decoded.cast(VIPS_FORMAT_INT) - source.cast(VIPS_FORMAT_INT)).abs().max();
 }
 
 } // namespace
@@ -67,7 +47,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("chroma");   // JPEG chroma subsampling; empty: not JPEG
         QTest::newRow("jpeg 0.95") << "public.jpeg" << 0.95 << "jpegload_buffer" << 2.5 << "4:4:4";
         QTest::newRow("jpeg 0.80") << "public.jpeg" << 0.80 << "jpegload_buffer" << 4.0 << "4:2:0";
-        QTest::newRow("jpeg 0.65") << "public.jpeg" << 0.65 << "jpegload_buffer" << 5.0 << "4:2:0";
         QTest::newRow("png") << "public.png" << 1.0 << "pngload_buffer" << 0.0 << "";
         QTest::newRow("webp 0.82") << "webp" << 0.82 << "webpload_buffer" << 5.0 << "";
         QTest::newRow("avif 1.0") << "public.avif" << 1.0 << "heifload_buffer" << 2.0 << "";
@@ -110,39 +89,6 @@ private Q_SLOTS:
         }
     }
 
-    // Types with alpha keep it straight: half-transparent orange keeps its colour, not darkened by
-    // its alpha. JPEG has no alpha: it shows the colours over white, never what hides under alpha 0.
-    void keepsAlphaOrFlattensOntoWhite_data()
-    {
-        QTest::addColumn<QString>("type");
-        QTest::addColumn<double>("tolerance");
-        QTest::addColumn<QList<double>>("orange"); // at (48, 40)
-        QTest::newRow("png") << "public.png" << 0.0 << QList<double>{200, 100, 50, 128};
-        QTest::newRow("webp") << "webp" << 6.0 << QList<double>{200, 100, 50, 128};
-        QTest::newRow("avif") << "public.avif" << 6.0 << QList<double>{200, 100, 50, 128};
-        QTest::newRow("jpeg") << "public.jpeg" << 8.0 << QList<double>{227, 177, 152};
-    }
-    void keepsAlphaOrFlattensOntoWhite()
-    {
-        QFETCH(QString, type);
-        QFETCH(double, tolerance);
-        QFETCH(QList<double>, orange);
-        const auto bytes =
-            FormatEncoder::encode(translucent(), type, type == QLatin1String("public.jpeg") ? 0.95 : 1.0);
-        QVERIFY(bytes);
-        const vips::VImage decoded = decodeBytes(*bytes);
-        QCOMPARE(decoded.bands(), orange.size());
-        const auto value = decoded.getpoint(48, 40);
-        for (int band = 0; band < orange.size(); ++band)
-            QVERIFY2(std::abs(value[band] - orange[band]) <= tolerance,
-                     qPrintable(QStringLiteral("band %1: %2").arg(band).arg(value[band])));
-        const auto clear = decoded.getpoint(32, 1); // fully transparent green row
-        if (orange.size() == 4)
-            QVERIFY(clear[3] <= tolerance);
-        else
-            QVERIFY(clear[0] > 245 && clear[1] > 245 && clear[2] > 245);
-    }
-
     // Exact, and reduced without loss: grey, an exact palette at the smallest depth, opaque alpha
     // dropped. Files that optipng -o2 wrote must come out no larger: it found the same reductions.
     void pngIsExactAndReduced_data()
@@ -160,9 +106,7 @@ private Q_SLOTS:
         QTest::newRow("opaque RGBA") << "opaque rgba" << 2 << 8;
         QTest::newRow("> 256 colours") << "photo" << 2 << 8;
         QTest::newRow("optipng 4-bit palette") << "basn3p04-optipng.png" << 3 << 4;
-        QTest::newRow("optipng grey + alpha") << "basn4a08-optipng.png" << 4 << 8;
         QTest::newRow("optipng RGBA") << "basn6a08-optipng.png" << 6 << 8;
-        QTest::newRow("optipng palette with tRNS") << "tbbn3p08-optipng.png" << 3 << 8;
         QTest::newRow("optipng palette, clear background")
             << "libavif-circle-trns-after-plte-optipng.png" << 3 << 8;
     }
@@ -173,10 +117,10 @@ private Q_SLOTS:
         QFETCH(int, depth);
         const vips::VImage colour = photo();
         const vips::VImage grey = colour.extract_band(1);
-        const vips::VImage alpha = translucent().extract_band(3).resize(
-            double(colour.width()) / 64, vips::VImage::option()
-                                             ->set("vscale", double(colour.height()) / 64)
-                                             ->set("kernel", VIPS_KERNEL_NEAREST));
+        const vips::VImage alpha =
+            alphaMask().resize(double(colour.width()) / 64, vips::VImage::option()
+                                                                ->set("vscale", double(colour.height()) / 64)
+                                                                ->set("kernel", VIPS_KERNEL_NEAREST));
         const vips::VImage bw = grey > 128;
         const vips::VImage levels = (grey / 17).cast(VIPS_FORMAT_UCHAR) * 17;
         const QHash<QString, vips::VImage> sources{
@@ -194,7 +138,7 @@ private Q_SLOTS:
                                          : sources.value(name).cast(VIPS_FORMAT_UCHAR).copy_memory();
         const auto bytes = FormatEncoder::encode(source, QStringLiteral("public.png"), 1.0);
         QVERIFY(bytes);
-        QCOMPARE(pngMaxDifference(*bytes, source), 0.0);
+        QCOMPARE(pngDifference(decodeBytes(*bytes), source), 0.0);
         QCOMPARE(FormatEncoder::encodedPNGSize(source), qint64(bytes->size()));
         QCOMPARE(int(uint8_t(bytes->at(25))), colourType); // IHDR, after signature, length and type
         QCOMPARE(int(uint8_t(bytes->at(24))), depth);
@@ -203,12 +147,6 @@ private Q_SLOTS:
             QVERIFY2(bytes->size() <= input,
                      qPrintable(QStringLiteral("%1 > %2").arg(bytes->size()).arg(input)));
         }
-    }
-
-    void refusesUnknownTypes()
-    {
-        QVERIFY(!FormatEncoder::encode(photo(), QStringLiteral("public.heic"), 0.8));
-        QVERIFY(!FormatEncoder::encode(photo(), QString(), 0.8));
     }
 };
 

@@ -9,6 +9,7 @@
 #include <vips/vips8>
 
 #include <QMap>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
@@ -20,23 +21,6 @@
 #include "engine/ImageScaler.h"
 
 using namespace EngineFixtures;
-
-namespace {
-
-/// The defaults (jpeg, balanced, "-web", same folder, no limits) with another format, scaled to
-/// `maxEdge` when above 0 (below 0: that edge stored, the limit off) and kept under `limitKB`.
-CompressionSettings settingsFor(OutputFormat format = OutputFormat::Jpeg, int maxEdge = 0, int limitKB = 0)
-{
-    CompressionSettings settings;
-    settings.outputFormat = format;
-    settings.limitLongestEdge = maxEdge > 0;
-    settings.longestEdgePx = maxEdge != 0 ? std::abs(maxEdge) : settings.longestEdgePx;
-    settings.limitOutputFileSize = limitKB > 0;
-    settings.maxFileSizeKB = limitKB > 0 ? limitKB : settings.maxFileSizeKB;
-    return settings;
-}
-
-} // namespace
 
 class TestImageCompressor final : public QObject
 {
@@ -88,38 +72,58 @@ private Q_SLOTS:
     }
 
     // "original" follows the source's extension (jpg, jpeg, png, webp, avif) and means JPEG for
-    // the rest; an empty suffix never overwrites the source.
-    void writesTheResolvedFormat_data()
+    // the rest; an empty suffix never overwrites the source. Whether a job streams (one encode) or
+    // decodes into memory first (size limit), its output holds the upright, sRGB, scaled pixels of
+    // the reference's decode.
+    void writesTheDecodedImage_data()
     {
         QTest::addColumn<QString>("fixture");
         QTest::addColumn<OutputFormat>("format");
         QTest::addColumn<QString>("asName");
-        QTest::addColumn<bool>("suffix"); // false: empty
-        QTest::addColumn<QString>("expected");
+        QTest::addColumn<int>("maxEdge");       // 0: not scaled; below 0: that edge, the limit off
+        QTest::addColumn<int>("limitKB");       // 0: no size limit
+        QTest::addColumn<QString>("expected");  // the output's name; without "-web": the suffix left empty
+        QTest::addColumn<double>("tolerance");  // mean absolute difference per sample
+        QTest::addColumn<QString>("reference"); // the fixture whose decode the output shows; "": its own
         const auto original = OutputFormat::Original;
-        QTest::newRow("heic as original")
-            << "colors-alpha-64x64.heic" << original << "v1.2.heic" << true << "v1.2-web.jpg";
-        QTest::newRow("PNG as original") << "rgba-32x32.png" << original << "A.PNG" << true << "A-web.png";
+        const auto png = OutputFormat::Png;
+        QTest::newRow("heic as original, flattened onto white")
+            << "colors-alpha-64x64.heic" << original << "v1.2.heic" << 0 << 0 << "v1.2-web.jpg" << 3.0 << "";
+        QTest::newRow("PNG as original")
+            << "rgba-32x32.png" << original << "A.PNG" << 0 << 0 << "A-web.png" << 0.0 << "";
         QTest::newRow("avif as original")
-            << "colors-srgb-200x200.avif" << original << "c.avif" << true << "c-web.avif";
-        QTest::newRow("gif to webp") << "cogs-5frames-85x77.gif" << OutputFormat::Webp << "c.gif" << true
-                                     << "c-web.webp";
-        QTest::newRow("bmp to png") << "pal8-127x64.bmp" << OutputFormat::Png << "p.bmp" << true
-                                    << "p-web.png";
-        QTest::newRow("jpeg as original, no suffix")
-            << "orient1-360x240.jpg" << original << "o.jpg" << false << "o_2.jpg";
+            << "colors-srgb-200x200.avif" << original << "c.avif" << 0 << 0 << "c-web.avif" << 3.0 << "";
+        QTest::newRow("gif to webp") << "cogs-5frames-85x77.gif" << OutputFormat::Webp << "c.gif" << 0 << 0
+                                     << "c-web.webp" << 8.0 << "";
+        QTest::newRow("bmp to png") << "pal8-127x64.bmp" << png << "p.bmp" << 0 << 0 << "p-web.png" << 0.0
+                                    << "";
         QTest::newRow("webp as original, no suffix")
-            << "transparent-200x150.webp" << original << "t.webp" << false << "t_2.webp";
+            << "transparent-200x150.webp" << original << "t.webp" << 0 << 0 << "t_2.webp" << 8.0 << "";
+        QTest::newRow("turned to jpeg, limit off, like its upright twin")
+            << "orient6-360x240.jpg" << OutputFormat::Jpeg << "o.jpg" << -100 << 0 << "o-web.jpg" << 3.0
+            << "orient1-360x240.jpg";
+        QTest::newRow("turned to png, scaled")
+            << "orient6-360x240.jpg" << png << "o.jpg" << 200 << 0 << "o-web.png" << 0.0 << "";
+        QTest::newRow("turned to png, size limit")
+            << "orient6-360x240.jpg" << png << "o.jpg" << 0 << 10000 << "o-web.png" << 0.0 << "";
+        QTest::newRow("adobe rgb to jpeg, like its sRGB twin")
+            << "shoes-adobergb-150x100.jpg" << OutputFormat::Jpeg << "s.jpg" << 0 << 0 << "s-web.jpg" << 3.0
+            << "shoes-srgb-150x100.jpg";
+        QTest::newRow("grey to avif, scaled")
+            << "grey-32x32.png" << OutputFormat::Avif << "g.png" << 20 << 0 << "g-web.avif" << 3.0 << "";
     }
-    void writesTheResolvedFormat()
+    void writesTheDecodedImage()
     {
         QFETCH(QString, fixture);
         QFETCH(OutputFormat, format);
         QFETCH(QString, asName);
-        QFETCH(bool, suffix);
+        QFETCH(int, maxEdge);
+        QFETCH(int, limitKB);
         QFETCH(QString, expected);
-        CompressionSettings settings = settingsFor(format);
-        if (!suffix)
+        QFETCH(double, tolerance);
+        QFETCH(QString, reference);
+        CompressionSettings settings = settingsFor(format, maxEdge, limitKB);
+        if (!expected.contains(settings.suffix))
             settings.suffix.clear();
         const QString input = source(fixture, asName);
         const CompressionResult result = ImageCompressor::shared().compressOne(input, settings);
@@ -128,67 +132,25 @@ private Q_SLOTS:
         QCOMPARE(*result.outputURL, path(expected)); // the source itself stays as it was (see cleanup)
         QCOMPARE(result.originalSize, QFileInfo(input).size());
         QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
-        const QHash<QString, QString> loaders{{"jpg", "jpegload"},
-                                              {"jpeg", "jpegload"},
-                                              {"png", "pngload"},
-                                              {"webp", "webpload"},
-                                              {"avif", "heifload"}};
-        QCOMPARE(QString::fromUtf8(loaded(*result.outputURL).get_string("vips-loader")),
-                 loaders.value(QFileInfo(expected).suffix()));
-    }
-
-    // Whether a job streams (one encode) or decodes into memory first (size limit), its output
-    // holds the upright, sRGB, scaled pixels of the reference's decode.
-    void outputMatchesTheDecodedImage_data()
-    {
-        QTest::addColumn<QString>("fixture");
-        QTest::addColumn<OutputFormat>("format");
-        QTest::addColumn<int>("maxEdge");       // 0: not scaled; below 0: that edge, the limit off
-        QTest::addColumn<int>("limitKB");       // 0: no size limit
-        QTest::addColumn<double>("tolerance");  // mean absolute difference per sample
-        QTest::addColumn<QString>("reference"); // the fixture whose decode the output shows; "": its own
-        const auto png = OutputFormat::Png;
-        QTest::newRow("turned to jpeg, limit off, like its upright twin")
-            << "orient6-360x240.jpg" << OutputFormat::Jpeg << -100 << 0 << 3.0 << "orient1-360x240.jpg";
-        QTest::newRow("turned to png") << "orient6-360x240.jpg" << png << 0 << 0 << 0.0 << "";
-        QTest::newRow("turned to png, scaled") << "orient6-360x240.jpg" << png << 200 << 0 << 0.0 << "";
-        QTest::newRow("turned to png, size limit") << "orient6-360x240.jpg" << png << 0 << 10000 << 0.0 << "";
-        QTest::newRow("adobe rgb to jpeg, like its sRGB twin")
-            << "shoes-adobergb-150x100.jpg" << OutputFormat::Jpeg << 0 << 0 << 3.0
-            << "shoes-srgb-150x100.jpg";
-        QTest::newRow("adobe rgb to png, scaled")
-            << "shoes-adobergb-150x100.jpg" << png << 60 << 0 << 0.0 << "";
-        QTest::newRow("alpha to png, scaled") << "rgba-32x32.png" << png << 16 << 0 << 0.0 << "";
-        QTest::newRow("16-bit to png") << "rgb16-32x32.png" << png << 0 << 0 << 0.0 << "";
-        QTest::newRow("cmyk to png") << "cmyk-100x100.jpg" << png << 0 << 0 << 0.0 << "";
-        QTest::newRow("grey to webp") << "grey-32x32.png" << OutputFormat::Webp << 0 << 0 << 3.0 << "";
-        QTest::newRow("grey to avif, scaled")
-            << "grey-32x32.png" << OutputFormat::Avif << 20 << 0 << 3.0 << "";
-    }
-    void outputMatchesTheDecodedImage()
-    {
-        QFETCH(QString, fixture);
-        QFETCH(OutputFormat, format);
-        QFETCH(int, maxEdge);
-        QFETCH(int, limitKB);
-        QFETCH(double, tolerance);
-        QFETCH(QString, reference);
-        const CompressionResult result =
-            ImageCompressor::shared().compressOne(source(fixture), settingsFor(format, maxEdge, limitKB));
-        QVERIFY(result.succeeded());
-        std::optional<vips::VImage> expected =
-            ImageDecoder::decode(dataPath(reference.isEmpty() ? fixture : reference));
-        QVERIFY(expected);
-        if (maxEdge > 0)
-            expected = ImageScaler::resize(*expected, maxEdge);
         const vips::VImage written = loaded(*result.outputURL);
-        QCOMPARE(QSize(written.width(), written.height()), QSize(expected->width(), expected->height()));
-        QCOMPARE(written.bands(), expected->bands());
+        const QHash<QString, QString> loaders{
+            {"jpg", "jpegload"}, {"png", "pngload"}, {"webp", "webpload"}, {"avif", "heifload"}};
+        QCOMPARE(QString::fromUtf8(written.get_string("vips-loader")),
+                 loaders.value(QFileInfo(expected).suffix()));
+        std::optional<vips::VImage> decoded =
+            ImageDecoder::decode(dataPath(reference.isEmpty() ? fixture : reference));
+        QVERIFY(decoded);
+        if (maxEdge > 0)
+            decoded = ImageScaler::resize(*decoded, maxEdge);
+        if (written.bands() < decoded->bands()) // over white, never the colour hidden under alpha 0
+            decoded = decoded->flatten(vips::VImage::option()->set("background", std::vector<double>{255}));
+        QCOMPARE(QSize(written.width(), written.height()), QSize(decoded->width(), decoded->height()));
+        QCOMPARE(written.bands(), decoded->bands());
         // Twins went through separate JPEG encodes: compared in 8 x 8 blocks, their noise averages
         // out, but a colour shift or a turn does not.
         const double difference = reference.isEmpty()
-                                      ? meanDifference(written, *expected)
-                                      : meanDifference(written.shrink(8, 8), expected->shrink(8, 8));
+                                      ? meanDifference(written, *decoded)
+                                      : meanDifference(written.shrink(8, 8), decoded->shrink(8, 8));
         QVERIFY2(difference <= tolerance, qPrintable(QString::number(difference)));
     }
 
@@ -199,26 +161,21 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fixture");
         QTest::addColumn<OutputFormat>("format");
         QTest::addColumn<QList<QSize>>("sizes"); // per page
-        QTest::addColumn<QString>("extension");
-        QTest::addColumn<QList<int>>("bands"); // per page, the band of its filled rectangle
+        QTest::addColumn<QList<int>>("bands");   // per page, the band of its filled rectangle
         const QList<QSize> three(3, QSize(400, 200));
         QTest::newRow("original becomes jpeg")
-            << "three-pages-200x100pt.pdf" << OutputFormat::Original << three << "jpg" << QList{0, 1, 2};
-        QTest::newRow("png") << "three-pages-200x100pt.pdf" << OutputFormat::Png << three << "png"
-                             << QList{0, 1, 2};
-        QTest::newRow("A4 truncated, not rounded") << "a4-red-595.276x841.89pt.pdf" << OutputFormat::Jpeg
-                                                   << QList{QSize(1190, 1683)} << "jpg" << QList{0};
+            << "three-pages-200x100pt.pdf" << OutputFormat::Original << three << QList{0, 1, 2};
+        QTest::newRow("A4 truncated, not rounded")
+            << "a4-red-595.276x841.89pt.pdf" << OutputFormat::Jpeg << QList{QSize(1190, 1683)} << QList{0};
         // Page 1's crop box is a corner of its media box; page 2 is turned a quarter.
-        QTest::newRow("media box, turned page")
-            << "crop-box-and-rotation-300x200pt.pdf" << OutputFormat::Jpeg
-            << QList{QSize(600, 400), QSize(400, 600)} << "jpg" << QList{2, 2};
+        QTest::newRow("media box, turned page") << "crop-box-and-rotation-300x200pt.pdf" << OutputFormat::Jpeg
+                                                << QList{QSize(600, 400), QSize(400, 600)} << QList{2, 2};
     }
     void expandsPDFPages()
     {
         QFETCH(QString, fixture);
         QFETCH(OutputFormat, format);
         QFETCH(QList<QSize>, sizes);
-        QFETCH(QString, extension);
         QFETCH(QList<int>, bands);
         const int pages = int(sizes.size());
         const QString pdf = source(fixture, QStringLiteral("report.pdf"));
@@ -234,8 +191,7 @@ private Q_SLOTS:
             const CompressionResult& result = session.results[page];
             QVERIFY(result.succeeded());
             QCOMPARE(result.sourceURL, pdf);
-            QCOMPARE(*result.outputURL,
-                     path(QStringLiteral("report-web-p%1.%2").arg(page + 1).arg(extension)));
+            QCOMPARE(*result.outputURL, path(QStringLiteral("report-web-p%1.jpg").arg(page + 1)));
             QCOMPARE(result.originalSize, QFileInfo(pdf).size() / pages);
             QCOMPARE(result.compressedSize, QFileInfo(*result.outputURL).size());
             const vips::VImage written = loaded(*result.outputURL);
@@ -257,7 +213,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("jobs");
         QTest::newRow("one at a time") << 1;
         QTest::newRow("two") << 2;
-        QTest::newRow("four") << 4;
     }
     void jobsFinishingOutOfOrderCommitInOrder()
     {
@@ -326,14 +281,10 @@ private Q_SLOTS:
         QTest::addColumn<bool>("rule");
         QTest::addColumn<int>("minimum");
         QTest::addColumn<bool>("kept");
-        QTest::newRow("15 % under 20 %") << 100000 << 85000 << true << 20 << false;
         QTest::newRow("exactly 20 %") << 100000 << 80000 << true << 20 << true;
         QTest::newRow("19.999 % truncates to 19") << 100000 << 80001 << true << 20 << false;
-        QTest::newRow("33.3 % truncates to 33") << 3 << 2 << true << 33 << true;
-        QTest::newRow("larger output with rule") << 100000 << 120000 << true << 20 << false;
         QTest::newRow("larger output without rule") << 100000 << 120000 << false << 20 << true;
         QTest::newRow("unknown original size") << 0 << 500 << true << 20 << true;
-        QTest::newRow("half a percent under 1 %") << 100000 << 99500 << true << 1 << false;
     }
     void keepsOutput()
     {
@@ -356,50 +307,39 @@ private Q_SLOTS:
         // missing, fifo, zero: a link to /dev/zero, unreadable, beside: a U+FFFD name beside it).
         QTest::addColumn<QString>("file");
         QTest::addColumn<OutputFormat>("format");
-        QTest::addColumn<int>("maxEdge"); // as in settingsFor
         QTest::addColumn<int>("limitKB");
         const auto jpeg = OutputFormat::Jpeg;
-        QTest::newRow("missing file") << "missing.jpg @missing" << jpeg << 0 << 0;
-        QTest::newRow("empty file") << "empty.jpg " << jpeg << 0 << 0;
-        QTest::newRow("text named jpg") << "notes.jpg hello, world\n" << jpeg << 0 << 0;
+        QTest::newRow("missing file") << "missing.jpg @missing" << jpeg << 0;
+        QTest::newRow("empty file") << "empty.jpg " << jpeg << 0;
         QTest::newRow("svg named jpg") << "photo.jpg <svg xmlns=\"http://www.w3.org/2000/svg\" width=\"8\" "
                                           "height=\"8\"><rect width=\"8\" height=\"8\"/></svg>"
-                                       << jpeg << 0 << 0;
+                                       << jpeg << 0;
         // Only the loader that the extension and the first bytes agree on may read a file.
-        QTest::newRow("numbers named jpg (matrix loader)") << "m.jpg 2 2\n0 255\n255 0\n" << jpeg << 0 << 0;
-        QTest::newRow("png named jpg") << "photo.jpg @rgba-32x32.png" << jpeg << 0 << 0;
-        QTest::newRow("accepted bytes, other extension")
-            << "photo.jxl @orient1-360x240.jpg" << jpeg << 0 << 0;
+        QTest::newRow("numbers named jpg (matrix loader)") << "m.jpg 2 2\n0 255\n255 0\n" << jpeg << 0;
+        QTest::newRow("png named jpg") << "photo.jpg @rgba-32x32.png" << jpeg << 0;
+        QTest::newRow("accepted bytes, other extension") << "photo.jxl @orient1-360x240.jpg" << jpeg << 0;
         // A job that encodes once reads the decoder's output while encoding, so a file that
         // breaks off fails inside the encoder; it still counts as undecodable.
-        QTest::newRow("truncated jpeg") << "t.jpg @truncated.jpg" << jpeg << 0 << 0;
-        QTest::newRow("truncated, to png") << "t.jpg @truncated.jpg" << OutputFormat::Png << 0 << 0;
-        QTest::newRow("truncated, to webp scaled")
-            << "t.jpg @truncated.jpg" << OutputFormat::Webp << 100 << 0;
-        QTest::newRow("truncated, to avif") << "t.jpg @truncated.jpg" << OutputFormat::Avif << 0 << 0;
-        QTest::newRow("truncated, under a size limit") << "t.jpg @truncated.jpg" << jpeg << 0 << 50;
-        QTest::newRow("truncated arw") << "t.arw @truncated.arw" << jpeg << 0 << 0;
-        QTest::newRow("raw without image data") << "h.nef @headers-only.nef" << jpeg << 0 << 0;
-        QTest::newRow("avif libheif cannot read") << "u.avif @undecodable-rotate90.avif" << jpeg << 0 << 0;
-        QTest::newRow("canvas over the pixel limit") << "b.png @bomb-30000x30000.png" << jpeg << 0 << 0;
-        QTest::newRow("pdf that does not open") << "broken.pdf %PDF-1.7\n%%EOF\n" << jpeg << 0 << 0;
+        QTest::newRow("truncated jpeg") << "t.jpg @truncated.jpg" << jpeg << 0;
+        QTest::newRow("truncated, to png") << "t.jpg @truncated.jpg" << OutputFormat::Png << 0;
+        QTest::newRow("truncated, under a size limit") << "t.jpg @truncated.jpg" << jpeg << 50;
+        QTest::newRow("truncated arw") << "t.arw @truncated.arw" << jpeg << 0;
+        QTest::newRow("raw without image data") << "h.nef @headers-only.nef" << jpeg << 0;
+        QTest::newRow("avif libheif cannot read") << "u.avif @undecodable-rotate90.avif" << jpeg << 0;
+        QTest::newRow("canvas over the pixel limit") << "b.png @bomb-30000x30000.png" << jpeg << 0;
+        QTest::newRow("pdf that does not open") << "broken.pdf %PDF-1.7\n%%EOF\n" << jpeg << 0;
         // Never opened: the batch must not wait on a FIFO or read /dev/zero for ever.
-        QTest::newRow("fifo named jpg") << "x.jpg @fifo" << jpeg << 0 << 0;
-        QTest::newRow("fifo named dng") << "x.dng @fifo" << jpeg << 0 << 0;
-        QTest::newRow("fifo named pdf") << "x.pdf @fifo" << jpeg << 0 << 0;
-        QTest::newRow("link to /dev/zero named gif") << "x.gif @zero" << jpeg << 0 << 0;
-        QTest::newRow("link to /dev/zero named pdf") << "x.pdf @zero" << jpeg << 0 << 0;
-        QTest::newRow("unreadable file") << "u.jpg @unreadable" << jpeg << 0 << 0;
+        QTest::newRow("fifo named pdf") << "x.pdf @fifo" << jpeg << 0;
+        QTest::newRow("link to /dev/zero named gif") << "x.gif @zero" << jpeg << 0;
+        QTest::newRow("unreadable file") << "u.jpg @unreadable" << jpeg << 0;
         // Qt paths cannot carry bytes that are not UTF-8: such a name arrives with U+FFFD in their
         // place, which may name another file. It is refused, and the other file is never read.
-        QTest::newRow("name not UTF-8") << "\xff.png @rgba-32x32.png" << jpeg << 0 << 0;
-        QTest::newRow("name not UTF-8 beside a U+FFFD name") << "\xff.png @beside" << jpeg << 0 << 0;
+        QTest::newRow("name not UTF-8 beside a U+FFFD name") << "\xff.png @beside" << jpeg << 0;
     }
     void badInputFailsAndTheBatchGoesOn()
     {
         QFETCH(QString, file);
         QFETCH(OutputFormat, format);
-        QFETCH(int, maxEdge);
         QFETCH(int, limitKB);
         const QString name = file.section(u' ', 0, 0);
         const QString content = file.section(u' ', 1);
@@ -436,7 +376,7 @@ private Q_SLOTS:
         QStringList expected = entries(m_dir->path());
 
         const SessionResult session =
-            ImageCompressor::shared().compressBatch({bad, good}, settingsFor(format, maxEdge, limitKB), {});
+            ImageCompressor::shared().compressBatch({bad, good}, settingsFor(format, 0, limitKB), {});
         QFile::setPermissions(bad, QFile::ReadOwner | QFile::WriteOwner);
         QCOMPARE(session.results.size(), 2);
         const CompressionResult& failed = session.results[0];
@@ -456,67 +396,54 @@ private Q_SLOTS:
     }
 
     // Outputs go to the custom folder while it exists, else beside the source; a folder that
-    // cannot take the file fails the job before it is encoded, and a page's failure reports the PDF.
+    // cannot take the file fails the job before it is encoded, with the system's reason in the log,
+    // and a page's failure reports the PDF.
     void destination_data()
     {
-        QTest::addColumn<QString>("folder");   // "out", "gone": made, deleted custom folders; "": none
+        QTest::addColumn<QString>("folder");   // "out", "gone": made, deleted custom folders; a path
         QTest::addColumn<bool>("pdf");         // page 2 of a PDF instead of an image
-        QTest::addColumn<QString>("expected"); // the output's folder; "": the job fails
-        QTest::newRow("custom folder") << "out" << false << "out";
-        QTest::newRow("deleted custom folder: beside the source") << "gone" << false << "source";
-        QTest::newRow("custom folder, pdf page") << "out" << true << "out";
-        QTest::newRow("unwritable folder") << "/proc" << false << "";
-        QTest::newRow("unwritable folder, pdf page") << "/proc" << true << "";
-        QTest::newRow("read-only folder") << "read-only" << false << "";
+        QTest::addColumn<int>("suffixLength"); // 0: "-web"
+        QTest::addColumn<QString>("expected"); // the output's folder ("out", "source"), or why the job fails
+        QTest::newRow("custom folder") << "out" << false << 0 << "out";
+        QTest::newRow("deleted custom folder: beside the source") << "gone" << false << 0 << "source";
+        QTest::newRow("custom folder, pdf page") << "out" << true << 0 << "out";
+        // Root may pass the folder check of /proc, and fails at the file.
+        QTest::newRow("unwritable folder, pdf page")
+            << "/proc" << true << 0 << "Permission denied|No such file or directory";
+        QTest::newRow("name too long") << "out" << false << 300 << "File name too long";
     }
     void destination()
     {
         QFETCH(QString, folder);
         QFETCH(bool, pdf);
+        QFETCH(int, suffixLength);
         QFETCH(QString, expected);
-        if (folder == QLatin1String("read-only") && ::geteuid() == 0)
-            QSKIP("running as root: a read-only folder is still writable"); // /proc stops even root
         QTemporaryDir out;
         CompressionSettings settings = settingsFor();
         settings.outputLocation = OutputLocation::CustomFolder;
         settings.customFolderURL = folder.startsWith(u'/') ? folder : out.filePath(folder);
+        if (suffixLength > 0)
+            settings.suffix = QString(suffixLength, u'a');
         QVERIFY(folder == QLatin1String("gone") || folder.startsWith(u'/') || QDir(out.path()).mkdir(folder));
-        if (folder == QLatin1String("read-only"))
-            QVERIFY(QFile::setPermissions(*settings.customFolderURL, QFile::ReadOwner | QFile::ExeOwner));
+        const bool fails = expected != QLatin1String("out") && expected != QLatin1String("source");
+        if (fails)
+            QTest::ignoreMessage(
+                QtWarningMsg,
+                QRegularExpression(QStringLiteral("^Write FAILED path=.* err=(%1)$").arg(expected)));
         const QString input =
             source(pdf ? QStringLiteral("three-pages-200x100pt.pdf") : QStringLiteral("orient1-360x240.jpg"));
         const CompressionResult result = pdf ? ImageCompressor::shared().compressPDFPage(input, 1, settings)
                                              : ImageCompressor::shared().compressOne(input, settings);
-        QFile::setPermissions(*settings.customFolderURL,
-                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        const QString name = pdf ? QStringLiteral("three-pages-200x100pt-web-p2.jpg")
-                                 : QStringLiteral("orient1-360x240-web.jpg");
-        QCOMPARE(result.outputURL, expected.isEmpty() ? std::nullopt
-                                                      : std::optional(QDir(expected == QLatin1String("out")
-                                                                               ? out.filePath(expected)
-                                                                               : m_dir->path())
-                                                                          .filePath(name)));
-        QCOMPARE(result.error,
-                 expected.isEmpty() ? std::optional(CompressorError::FinalizeFailed) : std::nullopt);
-        QCOMPARE(result.compressedSize, expected.isEmpty() ? 0 : QFileInfo(*result.outputURL).size());
-        QCOMPARE(result.originalSize,
-                 pdf && !expected.isEmpty() ? QFileInfo(input).size() / 3 : QFileInfo(input).size());
-        if (folder == QLatin1String("read-only"))
+        const QString name = pdf ? QStringLiteral("three-pages-200x100pt%1-p2.jpg").arg(settings.suffix)
+                                 : QStringLiteral("orient1-360x240%1.jpg").arg(settings.suffix);
+        const QString folderWritten =
+            expected == QLatin1String("out") ? out.filePath(expected) : m_dir->path();
+        QCOMPARE(result.outputURL, fails ? std::nullopt : std::optional(QDir(folderWritten).filePath(name)));
+        QCOMPARE(result.error, fails ? std::optional(CompressorError::FinalizeFailed) : std::nullopt);
+        QCOMPARE(result.compressedSize, fails ? 0 : QFileInfo(*result.outputURL).size());
+        QCOMPARE(result.originalSize, pdf && !fails ? QFileInfo(input).size() / 3 : QFileInfo(input).size());
+        if (fails && !folder.startsWith(u'/'))
             QCOMPARE(entries(*settings.customFolderURL), QStringList{});
-    }
-
-    // A size limit out of reach is best effort: the search ends at scale 0.2 and quality 0.05
-    // with a file over the limit, and that still counts as written.
-    void unreachableLimitStillWrites()
-    {
-        const QString photo = source(QStringLiteral("portrait-1200x1800.jpg"));
-        const CompressionResult result =
-            ImageCompressor::shared().compressOne(photo, settingsFor(OutputFormat::Jpeg, 900, 1));
-        QVERIFY(result.succeeded());
-        QVERIFY2(result.compressedSize > 1024, qPrintable(QString::number(result.compressedSize)));
-        QCOMPARE(QFileInfo(*result.outputURL).size(), result.compressedSize);
-        const vips::VImage written = loaded(*result.outputURL);
-        QCOMPARE(QSize(written.width(), written.height()), QSize(120, 180));
     }
 };
 

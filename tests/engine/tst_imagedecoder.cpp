@@ -12,22 +12,11 @@ using namespace EngineFixtures;
 
 namespace {
 
-void putBigEndian32(QByteArray& bytes, qsizetype at, quint32 value)
+/// `image` as 8-bit sRGB samples, as the decoder hands images on.
+vips::VImage srgb8(const vips::VImage& image)
 {
-    for (int i = 0; i < 4; ++i)
-        bytes[at + i] = char(value >> (24 - 8 * i));
-}
-
-/// Offset of the profile's tag table entry for `signature`, or -1.
-qsizetype tagEntry(const QByteArray& icc, const char* signature)
-{
-    const auto count = (quint32(uchar(icc[128])) << 24) | (quint32(uchar(icc[129])) << 16) |
-                       (quint32(uchar(icc[130])) << 8) | quint32(uchar(icc[131]));
-    for (quint32 i = 0; i < count; ++i) {
-        if (icc.mid(132 + 12 * i, 4) == signature)
-            return 132 + 12 * i;
-    }
-    return -1;
+    return image.cast(VIPS_FORMAT_UCHAR)
+        .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
 }
 
 } // namespace
@@ -90,8 +79,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("edit");
         QTest::newRow("sRGB IEC61966-2.1 kept") << "srgb-icc-302x403.jpg" << -1 << "";
         QTest::newRow("sRGB profile truncated") << "srgb-icc-302x403.jpg" << -1 << "truncate";
-        QTest::newRow("description beyond the end") << "srgb-icc-302x403.jpg" << -1 << "desc-offset";
-        QTest::newRow("description of absurd length") << "srgb-icc-302x403.jpg" << -1 << "desc-length";
         QTest::newRow("channel-swapping profile")
             << "rgb-to-gbr-250.jpg" << int(VIPS_INTENT_PERCEPTUAL) << "";
         // With another intent the picture turns green.
@@ -112,18 +99,11 @@ private Q_SLOTS:
             image = (image.bandjoin_const({82}).cast(VIPS_FORMAT_USHORT) * 257)
                         .cast(VIPS_FORMAT_USHORT)
                         .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
-        } else if (!edit.isEmpty()) {
+        } else if (edit == QLatin1String("truncate")) {
             size_t length = 0;
             const void* data = stored.get_blob(VIPS_META_ICC_NAME, &length);
-            QByteArray icc(static_cast<const char*>(data), qsizetype(length));
-            const qsizetype desc = tagEntry(icc, "desc");
-            QVERIFY(desc > 0);
-            if (edit == QLatin1String("truncate"))
-                icc.truncate(200);
-            else
-                putBigEndian32(icc, desc + (edit == QLatin1String("desc-offset") ? 4 : 8), 0xffffffff);
-            vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, icc.constData(),
-                                     size_t(icc.size()));
+            vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, data,
+                                     std::min<size_t>(length, 200));
         }
         vips::VImage decoded = ImageDecoder::toSRGB8(image);
         if (edit == QLatin1String("rgba16")) {
@@ -163,36 +143,25 @@ private Q_SLOTS:
         QFETCH(int, bands);
         QFETCH(int, maxEdge);
         QFETCH(QSize, expected);
-        const vips::VImage image =
-            (vips::VImage::black(size.width(), size.height(), vips::VImage::option()->set("bands", bands)) +
-             128)
-                .cast(VIPS_FORMAT_UCHAR)
-                .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+        const vips::VImage image = srgb8(
+            vips::VImage::black(size.width(), size.height(), vips::VImage::option()->set("bands", bands)) +
+            128);
         const vips::VImage out = ImageScaler::resize(image, maxEdge);
         QCOMPARE(QSize(out.width(), out.height()), expected);
-        if (expected != size)
-            QCOMPARE(ImageScaler::scaledSize(size, maxEdge), expected);
         QCOMPARE(out.bands(), bands);
         QCOMPARE(out.format(), VIPS_FORMAT_UCHAR);
         QVERIFY(std::abs(out.avg() - 128.0) < 1.0);
     }
 
-    void resizeKeepsHiddenColourOutOfVisibleEdges()
+    // Colour under alpha 0 does not bleed into the visible pixels beside it.
+    void resizeKeepsHiddenColourOut()
     {
-        // Left half: red but fully transparent. Right half: opaque blue.
-        const vips::VImage left = vips::VImage::black(200, 200).new_from_image({255, 0, 0, 0});
-        const vips::VImage right = vips::VImage::black(200, 200).new_from_image({0, 0, 255, 255});
-        const vips::VImage image =
-            left.join(right, VIPS_DIRECTION_HORIZONTAL)
-                .cast(VIPS_FORMAT_UCHAR)
-                .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-        const vips::VImage out = ImageScaler::resize(image, 100);
-        QCOMPARE(out.width(), 100);
-        for (int x = 40; x < 60; ++x) {
-            const auto value = pixel(out, x, 25);
-            if (value[3] > 8)
-                QVERIFY2(value[0] < 16, qPrintable(QStringLiteral("x=%1 red=%2").arg(x).arg(value[0])));
-        }
+        const vips::VImage hiddenRed = vips::VImage::black(200, 200).new_from_image({255, 0, 0, 0});
+        const vips::VImage blue = vips::VImage::black(200, 200).new_from_image({0, 0, 255, 255});
+        const vips::VImage out =
+            ImageScaler::resize(srgb8(hiddenRed.join(blue, VIPS_DIRECTION_HORIZONTAL)), 100);
+        const vips::VImage visibleRed = (out.extract_band(3) > 8).ifthenelse(out.extract_band(0), 0);
+        QVERIFY2(visibleRed.max() < 16, qPrintable(QString::number(visibleRed.max())));
     }
 };
 

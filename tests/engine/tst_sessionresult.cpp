@@ -33,19 +33,14 @@ private slots:
         QTest::newRow("first undecodable")
             << QList{failed(E::CannotDecode), failed(E::SavingsBelowThreshold, 9e4)}
             << "Failed · Cannot decode image";
-        QTest::newRow("first discarded then undecodable")
-            << QList{failed(E::SavingsBelowThreshold, 9e4), failed(E::CannotDecode)}
-            << "Failed · Already optimized";
         QTest::newRow("write failed") << QList{failed(E::FinalizeFailed)} << "Failed · Failed to write image";
         QTest::newRow("name not UTF-8")
             << QList{failed(E::InvalidFileName)} << "Failed · File name is not valid UTF-8";
         QTest::newRow("mixed") << QList{ok(60000, 30000), ok(60000, 30000), ok(60000, 30000),
                                         failed(E::CannotDecode), failed(E::SavingsBelowThreshold, 9e4)}
                                << "3/5 optimized · 2 failed";
-        QTest::newRow("small only") << QList{ok(40000, 20000)} << "Done · files were already optimized";
         QTest::newRow("just under 50,000")
             << QList{ok(49999, 100), ok(1000, 10)} << "Done · files were already optimized";
-        QTest::newRow("one large") << QList{ok(60000, 20000)} << "1 image optimized · 40 KB saved";
         QTest::newRow("exactly 50,000") << QList{ok(50000, 25000)} << "1 image optimized · 25 KB saved";
         QTest::newRow("plural with growth")
             << QList{ok(3'000'000, 1'800'000), ok(40000, 45000)} << "2 images optimized · 1.2 MB saved";
@@ -67,10 +62,7 @@ private slots:
         QTest::newRow("1000") << qint64(1000) << "1 KB";
         QTest::newRow("1500") << qint64(1500) << "2 KB";
         QTest::newRow("999,500 rounds up a unit") << qint64(999'500) << "1 MB";
-        QTest::newRow("1.2 MB") << qint64(1'234'567) << "1.2 MB";
-        QTest::newRow("999.96 MB") << qint64(999'960'000) << "1 GB";
         QTest::newRow("2.05 GB") << qint64(2'050'000'000) << "2.05 GB";
-        QTest::newRow("2 GB") << qint64(2'000'000'000) << "2 GB";
         QTest::newRow("1.5 TB") << qint64(1'500'000'000'000) << "1.5 TB";
     }
     void byteCount()
