@@ -158,7 +158,6 @@ private slots:
         m_alerts = std::make_shared<RecordingAlerts>();
         m_server->serve("/same.json", http(200, record("2.4.0", "41")));
         m_server->serve("/newer.json", http(200, record("2.5.0", "42")));
-        m_server->serve("/older.json", http(200, record("2.3.0", "40")));
         m_server->serve("/build1.json", http(200, record("2.5.0", "1")));
         m_server->serve("/garbage.json", http(200, "<html>maintenance</html>"));
         m_server->serve("/status404.json", http(404, record("2.5.0", "42")));
@@ -240,7 +239,6 @@ private slots:
         };
         const QString none, upToDate = kUpToDate, update = kUpdate250;
         row("same build", "/same.json", "41", "", none, upToDate);
-        row("older build", "/older.json", "41", "", none, upToDate);
         row("newer build", "/newer.json", "41", "", update, update);
         row("newer build, skipped", "/newer.json", "41", "2.5.0", none, update);
         row("newer build, another skipped", "/newer.json", "41", "2.4.9", update, update);
@@ -325,7 +323,6 @@ private slots:
             QTest::addRow("download %s", zip) << 0 << QByteArray(zip) << false << "";
         QTest::newRow("skip") << 1 << https << false << "2.5.0";
         QTest::newRow("later") << 2 << https << false << "";
-        QTest::newRow("dismissed") << -1 << https << false << "";
     }
     void answers()
     {

@@ -114,7 +114,6 @@ private slots:
         QTest::newRow("saving on") << QStringList{"saving"} << QStringList{"minSavingRow"};
         QTest::newRow("both on, size off")
             << QStringList{"size", "saving", "size"} << QStringList{"minSavingRow"};
-        QTest::newRow("both on, both off") << QStringList{"size", "saving", "size", "saving"} << line;
         QTest::newRow("longest edge on") << QStringList{"edge"} << line + QStringList{"longestEdgeRow"};
         QTest::newRow("notifications off") << QStringList{"notify"} << line;
     }
