@@ -183,6 +183,7 @@ private slots:
         QTest::newRow("complete") << record("2.5.0", "42") << true;
         QTest::newRow("extra field") << QByteArray(record("2.5.0", "42")).replace("{", "{\"x\":[1],") << true;
         QTest::newRow("whole double build") << record("2.5.0", "42.0") << true;
+        QTest::newRow("build as string") << record("2.5.0", "\"42\"") << false;
         QTest::newRow("fractional build") << record("2.5.0", "42.5") << false;
         QTest::newRow("build beyond 64 bits") << record("2.5.0", "1e20") << false;
         QTest::newRow("array root") << "[" + record("2.5.0", "42") + "]" << false;

@@ -22,6 +22,7 @@ private slots:
     {
         QTest::addColumn<QString>("hex");
         QTest::addColumn<QColor>("color");
+        QTest::newRow("bare") << "FFD60A" << QColor(255, 214, 10);
         QTest::newRow("with hash") << "#FFD60A" << QColor(255, 214, 10);
         QTest::newRow("lower case") << "#ffd60a" << QColor(255, 214, 10);
         QTest::newRow("spaces and punctuation trimmed") << "  #1a1a1a; " << QColor(26, 26, 26);
