@@ -167,6 +167,7 @@ private slots:
             coordinator->poll();
             QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
         }
+        QVERIFY(!running());
         coordinator->poll();
         for (const auto& sender : senders)
             QCOMPARE(sender->exitCode(), 0);
