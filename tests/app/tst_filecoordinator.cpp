@@ -57,10 +57,7 @@ private slots:
         QTest::newRow("empty array") << QVariant(QVariantList{});
         QTest::newRow("single string") << QVariant(QStringLiteral("/a/b.png"));
         QTest::newRow("array with a number") << QVariant(QVariantList{QStringLiteral("/a/b.png"), qint64(3)});
-        QTest::newRow("nested array") << QVariant(QVariantList{QVariantList{QStringLiteral("/a/b.png")}});
         QTest::newRow("data") << QVariant(QByteArray("/a/b.png"));
-        QTest::newRow("dictionary") << QVariant(
-            QVariantMap{{QStringLiteral("0"), QStringLiteral("/a/b.png")}});
     }
 
     void valuesThatAreNotAListOfPathsStayPut()

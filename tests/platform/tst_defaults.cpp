@@ -7,8 +7,8 @@
 #include "platform/Defaults.h"
 #include "platform/FolderBookmark.h"
 
-// The same executable plays the second process: "--child write KEY VALUE", "--child append KEY N TAG",
-// "--child types KEY..." (prints each key's stored type name).
+// The same executable plays the second process: "--child write KEY VALUE" or "--child types KEY..."
+// (prints each key's stored type name).
 static int runChild(const QStringList& args)
 {
     const QString action = args.value(2);
@@ -16,20 +16,6 @@ static int runChild(const QStringList& args)
     if (action == QLatin1String("write")) {
         suite.set(args.value(3), args.value(4));
         return suite.sync() ? 0 : 1;
-    }
-    if (action == QLatin1String("append")) {
-        const int count = args.value(4).toInt();
-        for (int i = 0; i < count; ++i) {
-            const QString item = args.value(5) + QString::number(i);
-            const bool ok = Defaults::suite().update(args.value(3), [&](const QVariant& old) {
-                QVariantList list = old.toList();
-                list.append(item);
-                return QVariant(list);
-            });
-            if (!ok)
-                return 1;
-        }
-        return 0;
     }
     if (action == QLatin1String("types")) {
         QTextStream out(stdout);
@@ -44,15 +30,11 @@ class TestDefaults : public QObject
 {
     Q_OBJECT
 
-    // Starts this executable as the second process, with the same settings folder.
-    static void start(QProcess& p, const QStringList& args)
-    {
-        p.start(QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("--child")} + args);
-    }
+    // Runs this executable as the second process, with the same settings folder.
     static QStringList child(const QStringList& args)
     {
         QProcess p;
-        start(p, args);
+        p.start(QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("--child")} + args);
         if (!p.waitForFinished(30000) || p.exitCode() != 0)
             return {QStringLiteral("child failed: ") + QString::fromUtf8(p.readAllStandardError())};
         return QString::fromUtf8(p.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
@@ -113,24 +95,6 @@ private slots:
         QCOMPARE(suite.integer(QStringLiteral("maxFileSizeKB")), qint64(300));
         suite.remove(QStringLiteral("maxFileSizeKB"));
         QCOMPARE(Defaults::suite().integer(QStringLiteral("maxFileSizeKB")), qint64(500));
-    }
-
-    void concurrentUpdatesLoseNothing()
-    {
-        IsolatedConfig config;
-        QProcess a, b;
-        start(a, {"append", "list", "40", "a"});
-        start(b, {"append", "list", "40", "b"});
-        QVERIFY(a.waitForFinished(60000) && b.waitForFinished(60000));
-        QCOMPARE(a.exitCode(), 0);
-        QCOMPARE(b.exitCode(), 0);
-        const auto list = Defaults::suite().stringArray(QStringLiteral("list"));
-        QVERIFY(list.has_value());
-        QCOMPARE(list->size(), 80);
-        for (int i = 0; i < 40; ++i) {
-            QVERIFY(list->contains(QStringLiteral("a%1").arg(i)));
-            QVERIFY(list->contains(QStringLiteral("b%1").arg(i)));
-        }
     }
 
     void damagedSuite_data()

@@ -29,8 +29,6 @@ private slots:
         QTest::newRow("duplicates and order kept")
             << QStringList{f("/p/b.webp"), f("/p/a.jpeg"), f("/p/b.webp")}
             << QStringList{"/p/b.webp", "/p/a.jpeg", "/p/b.webp"};
-        QTest::newRow("camera formats") << QStringList{f("/r/a.arw"), f("/r/b.NEF"), f("/r/e.heif")}
-                                        << QStringList{"/r/a.arw", "/r/b.NEF", "/r/e.heif"};
         QTest::newRow("not a member")
             << QStringList{f("/p/a.jxl"), f("/p/b.svg"), f("/p/c.jpe")} << QStringList{};
         QTest::newRow("web addresses kept by extension")
