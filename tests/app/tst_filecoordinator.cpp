@@ -1,7 +1,8 @@
+#include <algorithm>
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
 
@@ -56,12 +57,7 @@ private slots:
         QTest::newRow("empty array") << QVariant(QVariantList{});
         QTest::newRow("single string") << QVariant(QStringLiteral("/a/b.png"));
         QTest::newRow("array with a number") << QVariant(QVariantList{QStringLiteral("/a/b.png"), qint64(3)});
-        QTest::newRow("array with a bool") << QVariant(QVariantList{true});
-        QTest::newRow("nested array") << QVariant(QVariantList{QVariantList{QStringLiteral("/a/b.png")}});
         QTest::newRow("data") << QVariant(QByteArray("/a/b.png"));
-        QTest::newRow("number") << QVariant(qint64(7));
-        QTest::newRow("dictionary") << QVariant(
-            QVariantMap{{QStringLiteral("0"), QStringLiteral("/a/b.png")}});
     }
 
     void valuesThatAreNotAListOfPathsStayPut()
@@ -80,22 +76,15 @@ private slots:
     {
         QTest::addColumn<QStringList>("paths");
         QTest::addColumn<QStringList>("arrive"); // empty: as stored
-        QTest::newRow("two paths") << QStringList{QStringLiteral("/a/b.png"), QStringLiteral("/a/c.jpg")}
-                                   << QStringList();
-        QTest::newRow("spaces") << QStringList{QStringLiteral("/home/me/My Pictures/holiday 1.jpg")}
-                                << QStringList();
-        QTest::newRow("non-ASCII") << QStringList{QStringLiteral("/home/jürgen/Фото/写真 ⚡.png"),
-                                                  QStringLiteral("/tmp/e\u0301t\u00e9.heic")}
-                                   << QStringList();
+        QTest::newRow("two paths") << QStringList{"/a/b.png", "/a/c.jpg"} << QStringList();
+        QTest::newRow("non-ASCII and spaces")
+            << QStringList{"/home/jürgen/My Фото/写真 ⚡.png", "/tmp/e\u0301t\u00e9.heic"} << QStringList();
         QTest::newRow("duplicates and folders are not filtered")
-            << QStringList{QStringLiteral("/x/a.png"), QStringLiteral("/x/a.png"), QStringLiteral("/x")}
-            << QStringList();
+            << QStringList{"/x/a.png", "/x/a.png", "/x"} << QStringList();
         QTest::newRow("names that need URL escaping")
-            << QStringList{QStringLiteral("/t/100% #1?.png"), QStringLiteral("/t/a%20b.png")}
-            << QStringList();
+            << QStringList{"/t/100% #1?.png", "/t/a%20b.png"} << QStringList();
         QTest::newRow("relative to the current folder")
-            << QStringList{QStringLiteral("pic.png")}
-            << QStringList{QDir::current().absoluteFilePath(QStringLiteral("pic.png"))};
+            << QStringList{"pic.png"} << QStringList{QDir::current().absoluteFilePath("pic.png")};
     }
 
     void pathsArriveExactlyAndInOrder()
@@ -149,62 +138,45 @@ private slots:
         QCOMPARE(second, 1);
     }
 
+    // Senders in other processes append while the coordinator takes and clears as fast as it can:
+    // every path arrives exactly once, each call's paths together and in order.
     void pathsSentConcurrentlyArriveExactlyOnce()
     {
         const QString cli = qEnvironmentVariable("BREVONA_CLI");
         if (cli.isEmpty() || !QFileInfo::exists(cli))
             QSKIP("BREVONA_CLI does not name the built brevona-cli");
         const auto coordinator = recordingCoordinator();
-
-        // Several senders, each running `send` again as soon as its last call ended, while the
-        // coordinator reads and clears as fast as it can.
-        constexpr int kSenders = 4;
-        constexpr int kCalls = 5;
         std::vector<std::unique_ptr<QProcess>> senders;
-        int running = kSenders;
-        for (int s = 0; s < kSenders; ++s) {
-            auto sender = std::make_unique<QProcess>();
-            QProcess* raw = sender.get();
-            auto callNumber = std::make_shared<int>(0);
-            const auto sendNext = [raw, callNumber, s, cli] {
-                const QString stem = QStringLiteral("/srv/s%1/c%2").arg(s).arg(*callNumber);
-                raw->start(cli, {QStringLiteral("send"), stem + QStringLiteral(" a.jpg"),
-                                 stem + QStringLiteral("-ä.png")});
-            };
-            connect(raw, &QProcess::finished, this, [raw, callNumber, sendNext, &running](int code) {
-                if (code != 0 || ++*callNumber == kCalls) {
-                    QCOMPARE(code, 0);
-                    --running;
-                    return;
-                }
-                sendNext();
-            });
-            sendNext();
-            senders.push_back(std::move(sender));
+        QStringList sent;
+        for (int s = 0; s < 16; ++s) {
+            const QStringList pair{QStringLiteral("/srv/%1 a.jpg").arg(s),
+                                   QStringLiteral("/srv/%1-ä.png").arg(s)};
+            senders.push_back(std::make_unique<QProcess>());
+            senders.back()->start(cli, QStringList{QStringLiteral("send")} + pair);
+            sent += pair;
         }
+        const auto running = [&senders] {
+            return std::any_of(senders.cbegin(), senders.cend(),
+                               [](const auto& sender) { return sender->state() != QProcess::NotRunning; });
+        };
         QDeadlineTimer deadline(120000);
-        while (running > 0 && !deadline.hasExpired()) {
+        while (running() && !deadline.hasExpired()) {
             coordinator->poll();
             QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
         }
-        QCOMPARE(running, 0);
+        QVERIFY(!running());
         coordinator->poll();
+        for (const auto& sender : senders)
+            QCOMPARE(sender->exitCode(), 0);
 
-        QHash<QString, int> seen;
-        QHash<int, QStringList> bySender;
-        for (const QStringList& call : m_calls) {
-            for (const QString& path : call) {
-                ++seen[path];
-                bySender[path.mid(6, path.indexOf(u'/', 6) - 6).toInt()].append(path);
-            }
-        }
-        QCOMPARE(seen.size(), kSenders * kCalls * 2);
-        for (auto it = seen.cbegin(); it != seen.cend(); ++it)
-            QVERIFY2(it.value() == 1, qPrintable(it.key()));
-        for (int s = 0; s < kSenders; ++s) { // each sender's order survives
-            QCOMPARE(bySender.value(s).first(), QStringLiteral("/srv/s%1/c0 a.jpg").arg(s));
-            QCOMPARE(bySender.value(s).last(), QStringLiteral("/srv/s%1/c%2-ä.png").arg(s).arg(kCalls - 1));
-        }
+        QStringList arrived;
+        for (const QStringList& call : m_calls)
+            arrived += call;
+        for (int i = 0; i < sent.size(); i += 2)
+            QCOMPARE(arrived.indexOf(sent[i + 1]), arrived.indexOf(sent[i]) + 1);
+        arrived.sort();
+        sent.sort();
+        QCOMPARE(arrived, sent);
         QVERIFY(!Defaults::suite().hasStoredValue(key()));
     }
 };

@@ -79,20 +79,6 @@ private slots:
         QVERIFY(next.claim());
     }
 
-    void secondProcessReachesTheRunningOne()
-    {
-        const std::unique_ptr<QProcess> running = startChild(key(QStringLiteral("d")));
-        QCOMPARE(nextLine(*running), QByteArray("primary"));
-
-        const std::unique_ptr<QProcess> later = startChild(key(QStringLiteral("d")));
-        QVERIFY(ended(*later));
-        QCOMPARE(later->readAll().trimmed(), QByteArray("secondary"));
-        QCOMPARE(nextLine(*running), QByteArray("activated"));
-
-        running->kill();
-        running->waitForFinished(10000);
-    }
-
     void lockOfAKilledInstanceIsTakenOver()
     {
         const std::unique_ptr<QProcess> crashed = startChild(key(QStringLiteral("e")));

@@ -94,30 +94,22 @@ private:
     int m_requests = 0;
 };
 
-/// Records every alert (and whether a manual check was flagged as running while it showed) and
-/// answers with a fixed button.
+/// Records every alert's message (and whether a manual check was flagged as running while it
+/// showed) and answers with a fixed button.
 class RecordingAlerts final : public AlertPresenter
 {
 public:
     int runAlert(const Alert& alert) override
     {
-        alerts.append(alert);
+        messages.append(alert.message);
         checkingDuringAlert.append(checker && checker->isChecking());
         return answer;
     }
     void openUrl(const QUrl& url) override { opened.append(url); }
 
-    QStringList messages() const
-    {
-        QStringList out;
-        for (const Alert& a : alerts)
-            out.append(a.message);
-        return out;
-    }
-
     int answer = 2;
     const UpdateChecker* checker = nullptr;
-    QList<Alert> alerts;
+    QStringList messages;
     QList<bool> checkingDuringAlert;
     QList<QUrl> opened;
 };
@@ -141,10 +133,10 @@ class TestUpdateChecker : public QObject
     std::shared_ptr<RecordingAlerts> m_alerts;
     std::unique_ptr<UpdateChecker> m_checker;
 
-    void makeChecker(const QString& url, std::optional<QString> build = QStringLiteral("41"),
-                     std::optional<QString> version = QStringLiteral("2.4.0"))
+    void makeChecker(const QString& url, std::optional<QString> build = QStringLiteral("41"))
     {
-        m_checker = std::make_unique<UpdateChecker>(url, BundleInfo(version, build), m_alerts);
+        m_checker =
+            std::make_unique<UpdateChecker>(url, BundleInfo(QStringLiteral("2.4.0"), build), m_alerts);
         m_alerts->checker = m_checker.get();
     }
 
@@ -166,9 +158,7 @@ private slots:
         m_alerts = std::make_shared<RecordingAlerts>();
         m_server->serve("/same.json", http(200, record("2.4.0", "41")));
         m_server->serve("/newer.json", http(200, record("2.5.0", "42")));
-        m_server->serve("/older.json", http(200, record("2.3.0", "40")));
         m_server->serve("/build1.json", http(200, record("2.5.0", "1")));
-        m_server->serve("/string-build.json", http(200, record("2.5.0", "\"42\"")));
         m_server->serve("/garbage.json", http(200, "<html>maintenance</html>"));
         m_server->serve("/status404.json", http(404, record("2.5.0", "42")));
         const QByteArray huge = record("2.5.0", "42") + QByteArray(1024 * 1024 + 10, ' ');
@@ -196,16 +186,8 @@ private slots:
         QTest::newRow("build as string") << record("2.5.0", "\"42\"") << false;
         QTest::newRow("fractional build") << record("2.5.0", "42.5") << false;
         QTest::newRow("build beyond 64 bits") << record("2.5.0", "1e20") << false;
-        QTest::newRow("build null") << record("2.5.0", "null") << false;
-        QTest::newRow("version as number")
-            << QByteArray(record("2.5.0", "42")).replace("\"2.5.0\"", "2.5") << false;
-        QTest::newRow("critical as string")
-            << QByteArray(record("2.5.0", "42")).replace("false", "\"false\"") << false;
-        QTest::newRow("critical as number")
-            << QByteArray(record("2.5.0", "42")).replace("false", "0") << false;
         QTest::newRow("array root") << "[" + record("2.5.0", "42") + "]" << false;
         QTest::newRow("not JSON") << QByteArray("version=2.5.0") << false;
-        QTest::newRow("empty") << QByteArray() << false;
         for (const char* field : {"version", "buildNumber", "releaseNotes", "zipURL", "criticalUpdate"}) {
             const QByteArray renamed =
                 QByteArray(record("2.5.0", "42")).replace("\"" + QByteArray(field) + "\"", "\"other\"");
@@ -219,18 +201,6 @@ private slots:
         QCOMPARE(AppRelease::decode(json).has_value(), decodes);
     }
 
-    void decodesFieldValues()
-    {
-        const auto release =
-            AppRelease::decode(record("2.5.0", "9007199254740993", "https://dl.example/b.zip"));
-        QVERIFY(release);
-        QCOMPARE(release->version, QStringLiteral("2.5.0"));
-        QCOMPARE(release->buildNumber, Q_INT64_C(9007199254740993)); // beyond double precision
-        QCOMPARE(release->releaseNotes, QStringLiteral("Faster AVIF."));
-        QCOMPARE(release->zipURL, QStringLiteral("https://dl.example/b.zip"));
-        QCOMPARE(release->criticalUpdate, false);
-    }
-
     void runningBuildNumber_data()
     {
         QTest::addColumn<std::optional<QString>>("value");
@@ -239,7 +209,8 @@ private slots:
         {
             const char* value;
             qint64 build;
-        } rows[] = {{"+7", 7}, {"-3", -3}, {" 5", 0}, {"0x1F", 0}, {"9223372036854775808", 0}, {"٤٢", 0}};
+        } rows[] = {{"+7", 7}, {"-3", -3}, {"1.2", 0}, {" 5", 0}, {"0x1F", 0}, {"9223372036854775808", 0},
+                    {"٤٢", 0}};
         for (const auto& row : rows)
             QTest::addRow("\"%s\"", row.value)
                 << std::optional<QString>(QString::fromUtf8(row.value)) << row.build;
@@ -269,14 +240,10 @@ private slots:
         };
         const QString none, upToDate = kUpToDate, update = kUpdate250;
         row("same build", "/same.json", "41", "", none, upToDate);
-        row("older build", "/older.json", "41", "", none, upToDate);
         row("newer build", "/newer.json", "41", "", update, update);
         row("newer build, skipped", "/newer.json", "41", "2.5.0", none, update);
         row("newer build, another skipped", "/newer.json", "41", "2.4.9", update, update);
-        row("running 1.2 counts as 0", "/build1.json", "1.2", "", update, update);
         row("running build absent", "/build1.json", nullptr, "", update, update);
-        row("running 1, feed 1", "/build1.json", "1", "", none, upToDate);
-        row("build as string", "/string-build.json", "41", "", none, upToDate);
         row("undecodable", "/garbage.json", "41", "", none, upToDate);
         row("status 404 is not examined", "/status404.json", "41", "", update, update);
         row("body over 1 MB, declared", "/huge-declared.json", "41", "", none, upToDate);
@@ -314,7 +281,7 @@ private slots:
 
         QVERIFY(runCheck(silent));
 
-        QCOMPARE(m_alerts->messages(), alert.isEmpty() ? QStringList() : QStringList{alert});
+        QCOMPARE(m_alerts->messages, alert.isEmpty() ? QStringList() : QStringList{alert});
         // Written at every check, failures included.
         QVERIFY(Defaults::standard().doubleValue(UpdateChecker::kLastCheckKey) >= before - 0.001);
         // Only a manual check raises the flag, and it stays raised while its alert shows.
@@ -326,8 +293,11 @@ private slots:
 
     void alertTexts()
     {
-        const auto release = AppRelease::decode(record("2.5.0", "42"));
+        const auto release = AppRelease::decode(record("2.5.0", "9007199254740993"));
         QVERIFY(release);
+        QCOMPARE(release->buildNumber, Q_INT64_C(9007199254740993)); // beyond double precision
+        QCOMPARE(release->zipURL, QStringLiteral("https://dl.example/b.zip"));
+        QCOMPARE(release->criticalUpdate, false);
         const AlertPresenter::Alert update = UpdateChecker::updateAlert(*release);
         QCOMPARE(update.message, kUpdate250);
         QCOMPARE(update.informativeText, QStringLiteral("Faster AVIF."));
@@ -350,12 +320,10 @@ private slots:
         const QByteArray https = "https://dl.example/b.zip";
         QTest::newRow("download https") << 0 << https << true << "";
         QTest::newRow("download http") << 0 << QByteArray("http://dl.example/b.zip") << true << "";
-        for (const char* zip :
-             {"file:///etc/passwd", "ftp://dl.example/b.zip", "javascript:alert(1)", "not an url"})
+        for (const char* zip : {"file:///etc/passwd", "javascript:alert(1)", "not an url"})
             QTest::addRow("download %s", zip) << 0 << QByteArray(zip) << false << "";
         QTest::newRow("skip") << 1 << https << false << "2.5.0";
         QTest::newRow("later") << 2 << https << false << "";
-        QTest::newRow("dismissed") << -1 << https << false << "";
     }
     void answers()
     {
@@ -371,16 +339,6 @@ private slots:
         QCOMPARE(Defaults::standard().string(UpdateChecker::kSkipVersionKey).value_or(QString()), skipped);
     }
 
-    void skippedVersionTextHoldsForLaterBuilds()
-    {
-        makeChecker(m_server->url("/newer.json"));
-        m_alerts->answer = 1;
-        QVERIFY(runCheck(true));
-        m_server->serve("/newer.json", http(200, record("2.5.0", "43")));
-        QVERIFY(runCheck(true));
-        QCOMPARE(m_alerts->messages(), QStringList{kUpdate250});
-    }
-
     void checksWhenDue_data()
     {
         QTest::addColumn<std::optional<double>>("lastCheckAgo");
@@ -388,7 +346,6 @@ private slots:
         QTest::newRow("never checked") << std::optional<double>() << true;
         QTest::newRow("a day ago") << std::optional<double>(86400.5) << true;
         QTest::newRow("just under a day ago") << std::optional<double>(86300.0) << false;
-        QTest::newRow("a minute ago") << std::optional<double>(60.0) << false;
         QTest::newRow("in the future") << std::optional<double>(-3600.0) << false;
     }
     void checksWhenDue()
@@ -409,15 +366,13 @@ private slots:
         if (checks) {
             QVERIFY(finished.wait(20000));
             QCOMPARE(m_server->requests(), 1);
-            QCOMPARE(m_alerts->messages(), QStringList{kUpdate250});
+            QCOMPARE(m_alerts->messages, QStringList{kUpdate250});
         }
     }
 
     // start() returns at once, with a check-if-due due 3 s later and a silent check every day.
     void schedule()
     {
-        QCOMPARE(UpdateChecker::kFirstCheckDelayMs, 3000);
-        QCOMPARE(UpdateChecker::kCheckIntervalSeconds, 86400.0);
         makeChecker(m_server->url("/newer.json"));
         m_checker->start();
         const QTimer* daily = m_checker->findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly);

@@ -20,29 +20,17 @@ public:
 
 public slots:
     uint Notify(const QString& appName, uint replacesId, const QString& appIcon, const QString& summary,
-                const QString& body, const QStringList& actions, const QVariantMap& hints, int expireTimeout)
+                const QString& body, const QStringList&, const QVariantMap&, int)
     {
         QJsonObject call{{QStringLiteral("appName"), appName},
                          {QStringLiteral("replacesId"), qint64(replacesId)},
                          {QStringLiteral("appIcon"), appIcon},
                          {QStringLiteral("summary"), summary},
-                         {QStringLiteral("body"), body},
-                         {QStringLiteral("actions"), QJsonValue::fromVariant(actions)},
-                         {QStringLiteral("hints"), QJsonObject::fromVariantMap(hints)},
-                         {QStringLiteral("expireTimeout"), expireTimeout}};
+                         {QStringLiteral("body"), body}};
         QFile file(m_log);
         if (file.open(QIODevice::Append))
             file.write(QJsonDocument(call).toJson(QJsonDocument::Compact) + '\n');
         return ++m_lastId;
-    }
-    QStringList GetCapabilities() { return {QStringLiteral("body")}; }
-    void CloseNotification(uint) {}
-    QString GetServerInformation(QString& vendor, QString& version, QString& specVersion)
-    {
-        vendor = QStringLiteral("tests");
-        version = QStringLiteral("1");
-        specVersion = QStringLiteral("1.2");
-        return QStringLiteral("notification-recorder");
     }
 
 private:

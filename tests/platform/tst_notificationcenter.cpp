@@ -21,8 +21,6 @@ private slots:
         QTest::addColumn<QString>("body");
         QTest::newRow("summary") << QStringLiteral("⚡ Brevona")
                                  << QStringLiteral("4 images optimized · 1.2 MB saved");
-        QTest::newRow("failure text")
-            << QStringLiteral("⚡ Brevona") << QStringLiteral("Failed · Cannot decode image");
         QTest::newRow("markup-like text is sent as is") << QStringLiteral("a <b>") << QStringLiteral("x & y");
     }
 

@@ -22,9 +22,6 @@ private slots:
         QTest::newRow("folder with a trailing slash") << QStringList{"file:///p/Holiday/"} << QStringList{};
         QTest::newRow("folder named like an image")
             << QStringList{"file:///p/shots.png/"} << QStringList{"/p/shots.png/"};
-        QTest::newRow("image and text")
-            << QStringList{f("/p/a.png"), f("/p/notes.txt")} << QStringList{"/p/a.png"};
-        QTest::newRow("text only") << QStringList{f("/p/notes.txt")} << QStringList{};
         QTest::newRow("pdf and raw") << QStringList{f("/p/scan.pdf"), f("/p/IMG_1.CR2")}
                                      << QStringList{"/p/scan.pdf", "/p/IMG_1.CR2"};
         QTest::newRow("no extension") << QStringList{f("/p/photo")} << QStringList{};
@@ -32,10 +29,6 @@ private slots:
         QTest::newRow("duplicates and order kept")
             << QStringList{f("/p/b.webp"), f("/p/a.jpeg"), f("/p/b.webp")}
             << QStringList{"/p/b.webp", "/p/a.jpeg", "/p/b.webp"};
-        QTest::newRow("every camera format")
-            << QStringList{f("/r/a.arw"), f("/r/b.NEF"),  f("/r/c.dng"),
-                           f("/r/d.raw"), f("/r/e.heif"), f("/r/f.tif")}
-            << QStringList{"/r/a.arw", "/r/b.NEF", "/r/c.dng", "/r/d.raw", "/r/e.heif", "/r/f.tif"};
         QTest::newRow("not a member")
             << QStringList{f("/p/a.jxl"), f("/p/b.svg"), f("/p/c.jpe")} << QStringList{};
         QTest::newRow("web addresses kept by extension")

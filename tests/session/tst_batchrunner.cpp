@@ -4,7 +4,6 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThread>
 #include <QTimer>
 
 #include "ControlledEngine.h"
@@ -73,8 +72,9 @@ private slots:
     void init() { m_config = std::make_unique<IsolatedConfig>(); }
     void cleanup() { m_config.reset(); }
 
-    // A batch of four through the real engine: the state sees start, one update per report,
-    // then completion keeping the last report's values.
+    // A batch of four through the real engine: the state sees start, one update per report (sent
+    // from the engine's worker threads, applied here in order), then completion keeping the last
+    // report's values.
     void fourFilesThroughTheEngine()
     {
         AppGroupDefaults::registerDefaults();
@@ -166,24 +166,6 @@ private slots:
         QVERIFY(second != state.completionMessage());
         QCOMPARE(runner.lastSessionSummary(), state.completionMessage());
         QCOMPARE(displayLog, (QStringList{"pulse on", "show", "pulse on", "show", "pulse off", "pulse off"}));
-    }
-
-    // Reports come from the engine's worker thread and are applied on the main thread.
-    void reportsFromAnotherThread()
-    {
-        Rig rig;
-        auto& [engine, displayLog, display, state, runner] = rig;
-        runner.handleFiles({"/a.jpg", "/b.jpg"});
-        QThread* worker = QThread::create([progress = engine.calls[0].progress] {
-            progress(0, 2, QStringLiteral("a.jpg"));
-            progress(1, 2, QStringLiteral("b.jpg"));
-        });
-        worker->start();
-        QVERIFY(worker->wait(10000));
-        delete worker;
-        QCOMPARE(state.current(), 0); // nothing applied until the main loop runs
-        QTRY_COMPARE(state.currentFile(), QStringLiteral("b.jpg"));
-        QCOMPARE(state.current(), 1);
     }
 
     void reportsAfterTheRunnerIsGoneAreDropped()
