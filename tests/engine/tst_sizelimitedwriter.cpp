@@ -2,12 +2,9 @@
 
 #include <vips/vips8>
 
-#include <QDir>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include "engine/ImageDecoder.h"
-#include "engine/ImageScaler.h"
 #include "engine/OutputTarget.h"
 #include "engine/SizeLimitedWriter.h"
 #include "engine/VipsRuntime.h"
@@ -17,8 +14,6 @@
 using Scales = QList<double>;
 
 namespace {
-
-const QString kPhoto = EngineFixtures::dataPath(QStringLiteral("portrait-1200x1800.jpg"));
 
 /// A stand-in codec whose output length is a known function of the pixel count and quality:
 /// header + width x height x bytesPerPixel x quality. The bytes themselves are zeros.
