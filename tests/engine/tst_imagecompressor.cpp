@@ -268,12 +268,6 @@ private Q_SLOTS:
             QVERIFY(mostInFlight > 1);
     }
 
-    void emptyBatchReportsOnce()
-    {
-        QVERIFY(ImageCompressor::shared().compressBatch({}, settingsFor(), recorder()).results.isEmpty());
-        QCOMPARE(m_progress, QStringList{"0/0 "});
-    }
-
     void keepsOutput_data()
     {
         QTest::addColumn<int>("original");
