@@ -164,10 +164,7 @@ private slots:
 
     void listArrivingAfterTheDelegateIsGoneIsDropped()
     {
-        {
-            AppDelegate delegate(services());
-            delegate.applicationDidFinishLaunching();
-        }
+        AppDelegate(services()).applicationDidFinishLaunching();
         IsolatedConfig::store(AppGroupDefaults::Keys::pendingFiles, QStringList{QStringLiteral("/late.png")});
         m_coordinator->poll();
         QCoreApplication::processEvents();
