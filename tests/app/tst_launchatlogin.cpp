@@ -72,7 +72,8 @@ private slots:
         QVERIFY(!LaunchAtLoginManager::isEnabled());
     }
 
-    // Permissions do not stop root, so the write is blocked by a file where the folder belongs.
+    // Permissions do not stop root, so the write is blocked by what stands in the way: a file
+    // where the folder belongs, then a folder where the entry belongs (which is no entry either).
     void failedWriteChangesNothing()
     {
         write(autostartDir(), "not a folder");
@@ -81,6 +82,11 @@ private slots:
         QFile blocker(autostartDir());
         QVERIFY(blocker.open(QIODevice::ReadOnly));
         QCOMPARE(blocker.readAll(), QByteArray("not a folder"));
+
+        QVERIFY(blocker.remove());
+        QVERIFY(QDir().mkpath(LaunchAtLoginManager::entryPath()));
+        LaunchAtLoginManager::setEnabled(true);
+        QVERIFY(!LaunchAtLoginManager::isEnabled());
     }
 };
 
