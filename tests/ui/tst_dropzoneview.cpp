@@ -151,13 +151,10 @@ private slots:
         runBatch(total, current, file, message);
         if (!drag.isEmpty())
             QVERIFY(this->drag({"/p/a.JPG"}, drag == "leave" ? "leave" : ""));
-        const QList<PaintRecorder::Line> lines = PaintRecorder::lines(*m_view);
-        QStringList texts;
-        for (const PaintRecorder::Line& line : lines)
-            texts << line.text;
-        QCOMPARE(texts, (QStringList{"Brevona", "JPG"} + body + QStringList{"Settings...", "Quit"}));
+        QCOMPARE(PaintRecorder::texts(*m_view),
+                 (QStringList{"Brevona", "JPG"} + body + QStringList{"Settings...", "Quit"}));
         if (body.first() == QLatin1String("Release to optimize")) // in the accent colour
-            QCOMPARE(lines.at(2).color, QColor::fromRgbF(1.0f, 0.84f, 0.04f));
+            QCOMPARE(PaintRecorder::lines(*m_view).at(2).color, QColor::fromRgbF(1.0f, 0.84f, 0.04f));
     }
 
     // Whether the card's non-text parts are painted in the accent colour over `area`: "all",
