@@ -195,7 +195,7 @@ private slots:
             }
         }
         const int all = area.width() * area.height();
-        QCOMPARE(expect, tinted == all ? "all" : tinted == 0 ? "none" : "some");
+        QCOMPARE(QString(tinted == all ? "all" : tinted == 0 ? "none" : "some"), expect);
     }
 
     void drops_data()
@@ -227,14 +227,13 @@ private slots:
         QCOMPARE(received, acceptable ? QList<QStringList>{handedOn} : QList<QStringList>{});
     }
 
-    void buttons()
+    // The settings button is checked through the tray manager, which wires it.
+    void quitButton()
     {
-        QStringList clicks;
-        m_view->setOnSettings([&] { clicks << "settings"; });
-        m_view->setOnQuit([&] { clicks << "quit"; });
-        m_view->settingsButton()->click();
+        bool quit = false;
+        m_view->setOnQuit([&] { quit = true; });
         m_view->quitButton()->click();
-        QCOMPARE(clicks, (QStringList{"settings", "quit"}));
+        QVERIFY(quit);
     }
 
     // Opening the panel after a finished batch clears the state before it appears; a running
