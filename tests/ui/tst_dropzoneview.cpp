@@ -17,11 +17,6 @@ constexpr int W = 280;
 constexpr int H = 220;
 using Keys = AppGroupDefaults::Keys;
 const QString kFormats = QStringLiteral("JPEG · PNG · HEIC · WebP · AVIF · PDF · RAW");
-
-bool isAmber(QRgb pixel)
-{
-    return qRed(pixel) > 240 && qGreen(pixel) > 195 && qGreen(pixel) < 230 && qBlue(pixel) < 40;
-}
 } // namespace
 
 class TestDropZoneView : public QObject
@@ -97,7 +92,6 @@ private slots:
         QTest::newRow("all parts") << "webp" << true << true << 1024 << "WEBP · ≤2048px · ≤1 MB";
         QTest::newRow("just under a megabyte") << "jpeg" << false << true << 1023 << "JPG · ≤1023 KB";
         QTest::newRow("one and a half rounds down") << "png" << false << true << 1536 << "PNG · ≤1 MB";
-        QTest::newRow("2048") << "avif" << false << true << 2048 << "AVIF · ≤2 MB";
         QTest::newRow("format only") << "jpeg" << false << false << 500 << "JPG";
         QTest::newRow("keep format") << "original" << true << false << 500 << "original · ≤2048px";
     }
@@ -138,6 +132,7 @@ private slots:
         row("one image", 1, 0, "a.jpg", "", "", {"Optimizing 1 image...", "a.jpg"});
         row("no images", 0, 0, "", "", "", {"Optimizing 0 images..."});
         row("two images", 2, 1, "b.png", "", "", {"Optimizing 2 images...", "b.png"});
+        row("running, dragged over", 2, 1, "b.png", "", "enter", {"Optimizing 2 images...", "b.png"});
         row("two lines", 4, 4, "", done, "", result);
         row("finished, dragged over", 4, 4, "", done, "enter", release);
         row("finished, drag left", 4, 4, "", done, "leave", result);
@@ -156,91 +151,51 @@ private slots:
         runBatch(total, current, file, message);
         if (!drag.isEmpty())
             QVERIFY(this->drag({"/p/a.JPG"}, drag == "leave" ? "leave" : ""));
-        const QList<PaintRecorder::Line> lines = PaintRecorder::lines(*m_view);
-        QStringList texts;
-        for (const PaintRecorder::Line& line : lines)
-            texts << line.text;
-        QCOMPARE(texts, (QStringList{"Brevona", "JPG"} + body + QStringList{"Settings...", "Quit"}));
+        QCOMPARE(PaintRecorder::texts(*m_view),
+                 (QStringList{"Brevona", "JPG"} + body + QStringList{"Settings...", "Quit"}));
         if (body.first() == QLatin1String("Release to optimize")) // in the accent colour
-            QCOMPARE(lines.at(2).color, QColor::fromRgbF(1.0f, 0.84f, 0.04f));
+            QCOMPARE(PaintRecorder::lines(*m_view).at(2).color, QColor::fromRgbF(1.0f, 0.84f, 0.04f));
     }
 
-    // Pixels of the painted card; `expect`: "#rrggbb" (every pixel, within 4), "amber" (every
-    // pixel), "no amber", "some amber", "clear" (transparent) or "dashed" (amber strokes and gaps).
-    void pixels_data()
+    // Whether the card's non-text parts are painted in the accent colour over `area`: "all",
+    // "none" or "some" of its pixels (an antialiased dash counts).
+    void accentPixels_data()
     {
-        QTest::addColumn<int>("total"); // < 0: idle
-        QTest::addColumn<int>("current");
-        QTest::addColumn<bool>("done");
+        QTest::addColumn<int>("total");   // < 0: idle
+        QTest::addColumn<int>("current"); // equal to total: finished
         QTest::addColumn<bool>("dragged");
         QTest::addColumn<QRect>("area");
         QTest::addColumn<QString>("expect");
-        const auto idle = [](const char* name, QRect area, const char* expect, bool dragged = false) {
-            QTest::newRow(name) << -1 << 0 << false << dragged << area << QString(expect);
-        };
-        idle("rounded corner", {0, 0, 1, 1}, "clear");
-        idle("background", {200, 40, 1, 1}, "#141414");
-        idle("prompt area", {20, 70, 1, 1}, "#1d1d1d");
-        idle("grey outline", {30, 60, 220, 1}, "no amber");
-        idle("bolt in the header", {14, 14, 12, 14}, "some amber");
-        idle("targeted prompt area", {20, 70, 1, 1}, "#2b2713", true);
-        idle("targeted outline", {30, 60, 220, 1}, "dashed", true);
-        const auto running = [](const char* name, int current, QRect area, const char* expect) {
-            QTest::newRow(name) << 4 << current << false << false << area << QString(expect);
-        };
-        running("half: the fill", 2, {18, 95, 119, 1}, "amber");
-        running("half: the track beyond", 2, {144, 95, 118, 1}, "no amber");
-        running("none", 0, {18, 95, 244, 1}, "no amber");
-        running("all", 4, {18, 95, 244, 1}, "amber");
-        running("past the end is not clamped", 5, {18, 95, 260, 1}, "amber");
-        const auto result = [](const char* name, QRect area, const char* expect) {
-            QTest::newRow(name) << 1 << 1 << true << false << area << QString(expect);
-        };
-        result("the disc", {127, 95, 1, 1}, "#373113");
-        result("the checkmark", {137, 107, 3, 2}, "some amber");
-        QTest::newRow("a drag during a batch leaves the progress")
-            << 2 << 1 << false << true << QRect(200, 150, 1, 1) << "#141414";
+        QTest::newRow("bolt in the header") << -1 << 0 << false << QRect(14, 14, 12, 14) << "some";
+        QTest::newRow("grey outline") << -1 << 0 << false << QRect(30, 60, 220, 1) << "none";
+        QTest::newRow("dashed outline while targeted") << -1 << 0 << true << QRect(30, 60, 220, 1) << "some";
+        QTest::newRow("half: the fill") << 4 << 2 << false << QRect(18, 95, 119, 1) << "all";
+        QTest::newRow("half: the track beyond") << 4 << 2 << false << QRect(144, 95, 118, 1) << "none";
+        QTest::newRow("the checkmark on its disc") << 1 << 1 << false << QRect(124, 86, 32, 32) << "some";
     }
-    void pixels()
+    void accentPixels()
     {
         QFETCH(int, total);
         QFETCH(int, current);
-        QFETCH(bool, done);
         QFETCH(bool, dragged);
         QFETCH(QRect, area);
         QFETCH(QString, expect);
         runBatch(total, current, QStringLiteral("x.png"),
-                 done ? QStringLiteral("1 image optimized · 4 KB saved") : QString());
+                 total == current ? QStringLiteral("1 image optimized · 4 KB saved") : QString());
         if (dragged)
             QVERIFY(drag({"/p/a.png"}));
         QImage image(W, H, QImage::Format_ARGB32_Premultiplied);
         image.fill(Qt::transparent);
         m_view->render(&image, QPoint(), QRegion(), QWidget::DrawChildren);
-        int amber = 0;
         int tinted = 0;
         for (int y = area.top(); y <= area.bottom(); ++y) {
             for (int x = area.left(); x <= area.right(); ++x) {
                 const QRgb pixel = image.pixel(x, y);
-                amber += isAmber(pixel);
-                tinted += qRed(pixel) > 90 && qRed(pixel) - qBlue(pixel) > 70; // amber on an edge
-                const QColor want(expect.startsWith(u'#') ? expect : QStringLiteral("#000"));
-                if (expect.startsWith(u'#'))
-                    QVERIFY2(qAbs(qRed(pixel) - want.red()) <= 4 && qAbs(qGreen(pixel) - want.green()) <= 4 &&
-                                 qAbs(qBlue(pixel) - want.blue()) <= 4,
-                             qPrintable(QStringLiteral("%1,%2: %3").arg(x).arg(y).arg(QColor(pixel).name())));
-                if (expect == "clear")
-                    QCOMPARE(qAlpha(pixel), 0);
+                tinted += qRed(pixel) > 90 && qRed(pixel) - qBlue(pixel) > 70;
             }
         }
         const int all = area.width() * area.height();
-        if (expect == "amber")
-            QCOMPARE(amber, all);
-        else if (expect == "no amber")
-            QCOMPARE(amber, 0);
-        else if (expect == "some amber")
-            QVERIFY(amber > 0);
-        else if (expect == "dashed")
-            QVERIFY2(tinted > 60 && all - tinted > 40, qPrintable(QString::number(tinted)));
+        QCOMPARE(QString(tinted == all ? "all" : tinted == 0 ? "none" : "some"), expect);
     }
 
     void drops_data()
@@ -272,14 +227,13 @@ private slots:
         QCOMPARE(received, acceptable ? QList<QStringList>{handedOn} : QList<QStringList>{});
     }
 
-    void buttons()
+    // The settings button is checked through the tray manager, which wires it.
+    void quitButton()
     {
-        QStringList clicks;
-        m_view->setOnSettings([&] { clicks << "settings"; });
-        m_view->setOnQuit([&] { clicks << "quit"; });
-        m_view->settingsButton()->click();
+        bool quit = false;
+        m_view->setOnQuit([&] { quit = true; });
         m_view->quitButton()->click();
-        QCOMPARE(clicks, (QStringList{"settings", "quit"}));
+        QVERIFY(quit);
     }
 
     // Opening the panel after a finished batch clears the state before it appears; a running
@@ -310,8 +264,6 @@ private slots:
         QVERIFY(!visibleAtReset);
         QCOMPARE(m_state->total(), finished ? 0 : 2);
         QCOMPARE(m_state->current(), finished ? 0 : 1);
-        QVERIFY(!m_state->isComplete());
-        QCOMPARE(m_state->isRunning(), !finished);
         QCOMPARE(PaintRecorder::texts(*controller.panel()->dropZoneView()).at(2),
                  finished ? "Drop images here" : "Optimizing 2 images...");
     }

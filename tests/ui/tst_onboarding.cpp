@@ -23,19 +23,16 @@ private slots:
     void windowIsFixedTitledAndClosable()
     {
         OnboardingWindowController controller;
-        QVERIFY(!controller.window());
         QWidget* window = shownWindow(controller);
         QVERIFY(window);
         QVERIFY(window->isVisible());
         QCOMPARE(window->windowTitle(), QStringLiteral("Welcome to Brevona"));
-        QCOMPARE(window->size(), QSize(400, 300));
         QCOMPARE(window->minimumSize(), QSize(400, 300));
         QCOMPARE(window->maximumSize(), QSize(400, 300));
-        const Qt::WindowFlags flags = window->windowFlags();
-        QVERIFY(flags.testFlag(Qt::WindowTitleHint));
-        QVERIFY(flags.testFlag(Qt::WindowCloseButtonHint));
-        QVERIFY(!flags.testFlag(Qt::WindowMinimizeButtonHint));
-        QVERIFY(!flags.testFlag(Qt::WindowMaximizeButtonHint));
+        const Qt::WindowFlags decorations = Qt::WindowTitleHint | Qt::WindowCloseButtonHint |
+                                            Qt::WindowMinimizeButtonHint | Qt::WindowMaximizeButtonHint;
+        QCOMPARE(int(window->windowFlags() & decorations),
+                 int(Qt::WindowTitleHint | Qt::WindowCloseButtonHint));
     }
 
     void viewShowsBoltTitleStepsAndButton()

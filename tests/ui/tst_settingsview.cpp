@@ -80,6 +80,14 @@ class TestSettingsView : public QObject
         return nullptr;
     }
 
+    // The text field named `name`, or the one in the row of that name.
+    QLineEdit* field(const QString& name) const
+    {
+        QWidget* w = find<QWidget>(name);
+        auto* edit = qobject_cast<QLineEdit*>(w);
+        return edit ? edit : w->findChild<QLineEdit*>();
+    }
+
     bool shown(const QString& name) const
     {
         QWidget* w = find<QWidget>(name);
@@ -153,93 +161,79 @@ private slots:
         for (const char* off :
              {"Limit output file size", "Keep original if not smaller by at least", "Limit longest edge"})
             QCOMPARE(toggle(off)->isChecked(), false);
-        QStringList numbers;
-        for (const char* row : {"maxFileSizeRow", "minSavingRow", "longestEdgeRow"})
-            numbers << find<QWidget>(row)->findChild<QLineEdit*>()->text();
-        QCOMPARE(numbers, (QStringList{"500", "20", "2048"}));
-        QCOMPARE(find<QLineEdit>(QStringLiteral("suffixField"))->text(), QStringLiteral("-web"));
+        QStringList texts;
+        for (const char* name : {"maxFileSizeRow", "minSavingRow", "longestEdgeRow", "suffixField"})
+            texts << field(name)->text();
+        QCOMPARE(texts, (QStringList{"500", "20", "2048", "-web"}));
         QVERIFY(find<RadioRow>(QStringLiteral("format_jpeg"))->isSelected());
         QVERIFY(find<RadioRow>(QStringLiteral("location_sameFolder"))->isSelected());
     }
 
-    void numberFieldsStoreOnlyIntegers_data()
+    // Number fields store a whole integer when editing ends and then show what they hold; the
+    // suffix is stored as typed.
+    void textFieldsStore_data()
     {
-        QTest::addColumn<QString>("row");
+        QTest::addColumn<QString>("field");
         QTest::addColumn<QString>("typed");
-        QTest::addColumn<qint64>("stored"); // and shown once editing ends
-        const QString size = QStringLiteral("maxFileSizeRow");
-        QTest::newRow("integer") << size << "750" << qint64(750);
-        QTest::newRow("zero is left to the engine") << size << "0" << qint64(0);
-        QTest::newRow("letters") << size << "abc" << qint64(500);
+        QTest::addColumn<QString>("stored");
+        const auto row = [](const char* name, const char* field, const char* typed, const char* stored) {
+            QTest::newRow(name) << QString(field) << QString(typed) << QString(stored);
+        };
+        const char* size = "maxFileSizeRow";
+        row("integer", size, "750", "750");
+        row("zero is left to the engine", size, "0", "0");
         // Only the whole text counts: its integer prefixes are never stored on the way.
-        QTest::newRow("trailing letter") << size << "75k" << qint64(500);
-        QTest::newRow("spaces around") << size << " 42 " << qint64(42);
-        QTest::newRow("negative is left to the engine") << size << "-5" << qint64(-5);
-        QTest::newRow("empty") << size << "" << qint64(500);
-        QTest::newRow("longest edge") << "longestEdgeRow"
-                                      << "1600" << qint64(1600);
-        QTest::newRow("minimum saving, letters") << "minSavingRow"
-                                                 << "x" << qint64(20);
+        row("trailing letter", size, "75k", "500");
+        row("spaces around", size, " 42 ", "42");
+        row("negative is left to the engine", size, "-5", "-5");
+        row("empty", size, "", "500");
+        row("longest edge", "longestEdgeRow", "1600", "1600");
+        row("minimum saving, letters", "minSavingRow", "x", "20");
+        row("suffix", "suffixField", "_small", "_small");
+        row("emptied suffix: none at all", "suffixField", "", "");
     }
-    void numberFieldsStoreOnlyIntegers()
+    void textFieldsStore()
     {
-        QFETCH(QString, row);
+        QFETCH(QString, field);
         QFETCH(QString, typed);
-        QFETCH(qint64, stored);
-        const QHash<QString, std::pair<QString, QString>> fields{
-            // row: key, stored at first
-            {"maxFileSizeRow", {Keys::maxFileSizeKB, "500"}},
-            {"longestEdgeRow", {Keys::longestEdgePx, "2048"}},
-            {"minSavingRow", {Keys::minSavingPercent, "20"}}};
-        const auto [key, initial] = fields.value(row);
+        QFETCH(QString, stored);
+        const QHash<QString, QString> keys{{"maxFileSizeRow", Keys::maxFileSizeKB},
+                                           {"longestEdgeRow", Keys::longestEdgePx},
+                                           {"minSavingRow", Keys::minSavingPercent},
+                                           {"suffixField", Keys::suffix}};
         open();
         for (const char* label :
              {"Limit output file size", "Keep original if not smaller by at least", "Limit longest edge"})
             toggle(label)->click();
-        auto* edit = find<QWidget>(row)->findChild<QLineEdit*>();
-        QVERIFY(edit);
-        QCOMPARE(edit->text(), initial);
+        QLineEdit* edit = this->field(field);
         edit->setFocus();
         edit->selectAll();
         QTest::keyClick(edit, Qt::Key_Backspace);
         QTest::keyClicks(edit, typed);
         QTest::keyClick(edit, Qt::Key_Return);
-        QCOMPARE(suite().integer(key), stored);
-        QCOMPARE(edit->text(), QString::number(stored));
+        QCOMPARE(suite().object(keys.value(field)).toString(), stored);
+        QCOMPARE(edit->text(), stored);
     }
 
-    void formatRowsStoreRawValues_data()
+    // The stored format is selected; clicking a row stores its raw value and selects only it.
+    void formatRows()
     {
-        QTest::addColumn<QString>("label");
-        QTest::addColumn<QString>("raw");
-        for (const auto& [label, raw] : {std::pair{"Convert to PNG", "png"},
-                                         {"Convert to WebP", "webp"},
-                                         {"Convert to AVIF (best compression)", "avif"},
-                                         {"Keep original format", "original"},
-                                         {"Convert to JPEG", "jpeg"}})
-            QTest::newRow(raw) << QString(label) << QString(raw);
-    }
-    void formatRowsStoreRawValues()
-    {
-        QFETCH(QString, label);
-        QFETCH(QString, raw);
         IsolatedConfig::store(Keys::outputFormat, QStringLiteral("webp"));
         open();
+        QVERIFY(find<RadioRow>(QStringLiteral("format_webp"))->isSelected());
         const QList<RadioRow*> rows = find<QWidget>(QStringLiteral("format_jpeg"))
                                           ->parentWidget()
                                           ->findChildren<RadioRow*>(QString(), Qt::FindDirectChildrenOnly);
-        QCOMPARE(rows.size(), 5);
-        RadioRow* row = nullptr;
-        for (RadioRow* r : rows) {
-            QCOMPARE(r->isSelected(), r->text() == QLatin1String("Convert to WebP"));
-            if (r->text() == label)
-                row = r;
+        QStringList stored;
+        for (RadioRow* row : rows) {
+            QTest::mouseClick(row, Qt::LeftButton);
+            stored << row->text() + u'=' + suite().string(Keys::outputFormat).value_or(QString());
+            for (RadioRow* other : rows)
+                QCOMPARE(other->isSelected(), other == row);
         }
-        QVERIFY(row);
-        QTest::mouseClick(row, Qt::LeftButton);
-        QCOMPARE(suite().string(Keys::outputFormat), std::optional<QString>(raw));
-        for (RadioRow* r : rows)
-            QCOMPARE(r->isSelected(), r == row);
+        QCOMPARE(stored,
+                 (QStringList{"Convert to JPEG=jpeg", "Convert to PNG=png", "Convert to WebP=webp",
+                              "Convert to AVIF (best compression)=avif", "Keep original format=original"}));
     }
 
     void locationRows()
@@ -257,23 +251,11 @@ private slots:
         }
     }
 
-    void suffixIsStoredAsTyped()
-    {
-        open();
-        auto* suffix = find<QLineEdit>(QStringLiteral("suffixField"));
-        QCOMPARE(suffix->text(), QStringLiteral("-web"));
-        suffix->selectAll();
-        QTest::keyClick(suffix, Qt::Key_Backspace);
-        QCOMPARE(suite().string(Keys::suffix), std::optional<QString>(QString())); // no suffix at all
-        QTest::keyClicks(suffix, QStringLiteral("_small"));
-        QCOMPARE(suite().string(Keys::suffix), std::optional<QString>(QStringLiteral("_small")));
-    }
-
     void cancelledChooserKeepsTheFolder()
     {
         QTemporaryDir first;
         IsolatedConfig::store(Keys::outputLocation, QStringLiteral("customFolder"));
-        SettingsView* view = open();
+        open();
         auto* path = find<ElidedLabel>(QStringLiteral("folderPath"));
         QCOMPARE(path->fullText(), QStringLiteral("Not set"));
 
@@ -285,50 +267,40 @@ private slots:
         m_chooserAnswers = {QString()}; // cancelled
         find<QPushButton>(QStringLiteral("changeFolder"))->click();
         QCOMPARE(suite().data(Keys::customFolderBookmark), FolderBookmark::create(first.path()));
-        QCOMPARE(view->customFolderPath(), std::optional<QString>(first.path()));
-        // Choosing a folder does not pick the custom location by itself.
-        QCOMPARE(suite().string(Keys::outputLocation),
-                 std::optional<QString>(QStringLiteral("customFolder")));
+        QCOMPARE(path->fullText(), first.path());
     }
 
-    void missingFolderIsCheckedOnEveryShow()
+    // One window, reused: each time it shows it reads the suite again.
+    void showingAgainReusesTheWindowAndRereads()
     {
         QTemporaryDir base;
         const QString folder = base.path() + QStringLiteral("/exports");
         IsolatedConfig::store(Keys::outputLocation, QStringLiteral("customFolder"));
         IsolatedConfig::store(Keys::customFolderBookmark, *FolderBookmark::create(folder));
-        open();
+        SettingsView* view = open();
+        QWidget* window = m_controller->window();
+        QCOMPARE(window->windowTitle(), QStringLiteral("Brevona Settings"));
+        QCOMPARE(find<QLabel>(QStringLiteral("versionLine"))->text(), QStringLiteral("Brevona v2.3.1"));
         QVERIFY(shown(QStringLiteral("folderMissing")));
         QCOMPARE(find<QLabel>(QStringLiteral("folderMissing"))->text(),
                  QStringLiteral("Folder not found – using original location."));
         QCOMPARE(find<ElidedLabel>(QStringLiteral("folderPath"))->fullText(), folder);
 
         QVERIFY(QDir().mkpath(folder));
-        m_controller->window()->close();
+        window->close();
         // Changes made elsewhere while the window was closed show when it opens again.
         IsolatedConfig::store(Keys::limitOutputFileSize, true);
         IsolatedConfig::store(Keys::maxFileSizeKB, qint64(900));
         IsolatedConfig::store(Keys::suffix, QStringLiteral("-small"));
         m_controller->showSettings();
-        QVERIFY(!shown(QStringLiteral("folderMissing")));
-        QVERIFY(toggle(QStringLiteral("Limit output file size"))->isChecked());
-        QVERIFY(shown(QStringLiteral("maxFileSizeRow")));
-        QCOMPARE(find<QWidget>(QStringLiteral("maxFileSizeRow"))->findChild<QLineEdit*>()->text(),
-                 QStringLiteral("900"));
-        QCOMPARE(find<QLineEdit>(QStringLiteral("suffixField"))->text(), QStringLiteral("-small"));
-    }
-
-    void showingTwiceReusesTheWindow()
-    {
-        SettingsView* view = open();
-        QWidget* window = m_controller->window();
-        QCOMPARE(window->windowTitle(), QStringLiteral("Brevona Settings"));
-        QCOMPARE(find<QLabel>(QStringLiteral("versionLine"))->text(), QStringLiteral("Brevona v2.3.1"));
-        window->close();
-        m_controller->showSettings();
         QCOMPARE(m_controller->window(), window);
         QCOMPARE(m_controller->view(), view);
         QVERIFY(window->isVisible());
+        QVERIFY(!shown(QStringLiteral("folderMissing")));
+        QVERIFY(toggle(QStringLiteral("Limit output file size"))->isChecked());
+        QVERIFY(shown(QStringLiteral("maxFileSizeRow")));
+        QCOMPARE(field(QStringLiteral("maxFileSizeRow"))->text(), QStringLiteral("900"));
+        QCOMPARE(field(QStringLiteral("suffixField"))->text(), QStringLiteral("-small"));
     }
 
     void updateButtonFollowsTheChecker()
