@@ -111,11 +111,6 @@ const QString kUpToDate =
 const QString kUpdate250 =
     QStringLiteral("Brevona 2.5.0 is available\nFaster AVIF.\nDownload|Skip This Version|Later");
 
-double now()
-{
-    return QDateTime::currentMSecsSinceEpoch() / 1000.0;
-}
-
 } // namespace
 
 class TestUpdateChecker : public QObject
@@ -265,7 +260,7 @@ private slots:
         makeChecker(url, runningBuild);
         m_checker->setDeadlineMs(1000); // the dripping record needs about 25 s
         QSignalSpy checking(m_checker.get(), &UpdateControl::isCheckingChanged);
-        const double before = now();
+        const double before = QDateTime::currentMSecsSinceEpoch() / 1000.0;
 
         QVERIFY(runCheck(silent));
 
@@ -322,7 +317,8 @@ private slots:
         QFETCH(bool, checks);
         if (lastCheckAgo) {
             Defaults standard = Defaults::standard();
-            standard.set(UpdateChecker::kLastCheckKey, now() - *lastCheckAgo);
+            standard.set(UpdateChecker::kLastCheckKey,
+                         QDateTime::currentMSecsSinceEpoch() / 1000.0 - *lastCheckAgo);
             standard.sync();
         }
         const double stored = Defaults::standard().doubleValue(UpdateChecker::kLastCheckKey);
