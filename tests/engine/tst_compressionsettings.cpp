@@ -69,6 +69,8 @@ private slots:
             << "folder /no/such/folder";
         QTest::newRow("bookmark that is no path")
             << Keys::customFolderBookmark << QVariant(QByteArray("not a path")) << "folder none";
+        QTest::newRow("bookmark not UTF-8")
+            << Keys::customFolderBookmark << QVariant(QByteArray("/\xff\xfe")) << "folder none";
         QTest::newRow("location misspelt")
             << Keys::outputLocation << QVariant("CustomFolder") << "location sameFolder";
     }

@@ -5,7 +5,6 @@
 
 #include "IsolatedConfig.h"
 #include "platform/Defaults.h"
-#include "platform/FolderBookmark.h"
 
 // The same executable plays the second process: "--child write KEY VALUE" or "--child types KEY..."
 // (prints each key's stored type name).
@@ -139,15 +138,6 @@ private slots:
         suite.set(QStringLiteral("k"), true);
         QVERIFY(suite.sync());
         QVERIFY(Defaults::suite().boolean(QStringLiteral("k")));
-    }
-
-    void bookmarks()
-    {
-        QCOMPARE(FolderBookmark::resolve(*FolderBookmark::create(QStringLiteral("/tmp/Out Folder/ü"))),
-                 std::optional<QString>(QStringLiteral("/tmp/Out Folder/ü")));
-        QVERIFY(!FolderBookmark::create(QStringLiteral("relative/dir")).has_value());
-        QVERIFY(!FolderBookmark::resolve(QByteArray("\xff\xfe")).has_value());
-        QVERIFY(!FolderBookmark::resolve(QByteArray()).has_value());
     }
 };
 

@@ -54,7 +54,6 @@ private slots:
         QMimeData mime;
         mime.setText(QStringLiteral("/p/a.png"));
         QVERIFY(AcceptedFiles::acceptedFileURLs(&mime).isEmpty());
-        QVERIFY(AcceptedFiles::acceptedFileURLs(nullptr).isEmpty());
     }
 };
 
