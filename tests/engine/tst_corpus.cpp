@@ -117,7 +117,7 @@ private Q_SLOTS:
             // The longest edge limited keeps the encode of the larger files short.
             CompressionSettings settings = settingsFor(format, 2048, int(limitKB));
             settings.outputLocation = OutputLocation::CustomFolder;
-            settings.customFolderURL = QDir(out.path()).filePath(QString::number(qHash(relative)));
+            settings.customFolderURL = QDir(out.path()).filePath(relative);
             QDir().mkpath(*settings.customFolderURL);
             const QByteArray before = sha256(path);
             const CompressionResult result = ImageCompressor::shared().compressOne(path, settings);
