@@ -18,6 +18,7 @@
 #include "engine/FormatEncoder.h"
 #include "engine/ImageDecoder.h"
 #include "engine/ImageScaler.h"
+#include "engine/LoaderWatch.h"
 #include "engine/OutputTarget.h"
 #include "engine/SizeLimitedWriter.h"
 #include "engine/VipsRuntime.h"
@@ -280,6 +281,9 @@ ImageCompressor::Encoded ImageCompressor::encodeImage(const QString& sourcePath,
                                   return FormatEncoder::encode(streamedImage, typeIdentifier, quality, false);
                               })
                 .encoded(*image);
+        // libvips can hand black lines to an encode when the loader fails halfway.
+        if (LoaderWatch::failed(*image))
+            bytes.reset();
         if (!bytes) {
             image = decoded(false);
             if (!image) {

@@ -13,6 +13,7 @@
 #include <QStringList>
 
 #include "engine/InputFile.h"
+#include "engine/LoaderWatch.h"
 #include "engine/PdfRenderer.h"
 #include "engine/VipsRuntime.h"
 #include "platform/Logging.h"
@@ -75,6 +76,7 @@ vips::VImage loadLazily(const InputFile& input)
         load(input, vips::VImage::option()->set("fail_on", kFailOn)->set("access", VIPS_ACCESS_SEQUENTIAL));
     vips_area_copy(VIPS_AREA(input.blob()));
     g_signal_connect(image.get_image(), "postclose", G_CALLBACK(releaseBlob), input.blob());
+    image = LoaderWatch::watched(image);
     // The first pixel is computed here, on the calling thread. A loader that cannot decode the
     // image at all (a HEIF whose codec gives up) fails every tile, and libvips' worker threads can
     // lose that failure and hand on black pixels, depending on timing; here it is always seen.
@@ -209,7 +211,10 @@ std::optional<vips::VImage> ImageDecoder::decode(const InputFile& input)
     if (!image)
         return std::nullopt;
     try {
-        return image->copy_memory();
+        const vips::VImage pixels = image->copy_memory();
+        if (LoaderWatch::failed(pixels))
+            throw vips::VError(); // the loader's message is in libvips' error buffer
+        return pixels;
     } catch (const vips::VError& error) {
         qCDebug(lcCompression).noquote() << "decode error:" << libraryError(error);
         return std::nullopt;
@@ -229,8 +234,12 @@ std::optional<vips::VImage> ImageDecoder::decodeLazily(const InputFile& input)
             return std::nullopt;
         }
         // Turning the image reads it out of order, so a turned image is decoded into memory first.
-        if (vips_image_get_orientation(image.get_image()) > 1)
-            image = image.copy_memory().autorot();
+        if (vips_image_get_orientation(image.get_image()) > 1) {
+            image = image.copy_memory();
+            if (LoaderWatch::failed(image))
+                throw vips::VError();
+            image = image.autorot();
+        }
         return toSRGB8(image);
     } catch (const vips::VError& error) {
         qCDebug(lcCompression).noquote() << "decode error:" << libraryError(error);

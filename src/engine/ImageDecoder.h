@@ -50,7 +50,8 @@ public:
     /**
      * The same image as `decode` as a pipeline that decodes while a consumer reads it, so one
      * encode needs no full copy of the pixels in memory. It may be read once, top to bottom;
-     * decoding errors surface in the consumer (a truncated file opens fine here). The pixel
+     * decoding errors surface in the consumer (a truncated file opens fine here), which asks
+     * `LoaderWatch::failed` afterwards, as libvips may drop them. The pixel
      * limit is still checked from the header. A turned image is decoded into memory before
      * turning, as `decode` does. The file's bytes stay in memory while the pipeline lives.
      */

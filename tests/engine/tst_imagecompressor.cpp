@@ -389,6 +389,37 @@ private Q_SLOTS:
             QCOMPARE(::unlink(native.constData()), 0); // Qt could not remove it
     }
 
+    // A loader that fails halfway (here a checksum error in the second half of a PNG's data) fails
+    // on one of libvips' worker threads, and the others are handed black lines in its place. The
+    // job must fail however many threads read it, whichever way it is encoded.
+    void failureHalfwayIsNeverLost_data()
+    {
+        QTest::addColumn<OutputFormat>("format");
+        QTest::addColumn<int>("limitKB");
+        QTest::newRow("jpeg") << OutputFormat::Jpeg << 0;
+        QTest::newRow("png") << OutputFormat::Png << 0;
+        QTest::newRow("webp") << OutputFormat::Webp << 0;
+        QTest::newRow("decoded into memory first") << OutputFormat::Jpeg << 50;
+    }
+    void failureHalfwayIsNeverLost()
+    {
+        QFETCH(OutputFormat, format);
+        QFETCH(int, limitKB);
+        const QString bad = source(QStringLiteral("crc-error-32x32.png"));
+        const int threads = vips_concurrency_get();
+        vips_concurrency_set(8);
+        // Lost or not depends on timing: without a guard, most runs on eight threads lose it.
+        QStringList written;
+        for (int run = 0; run < 40; ++run) {
+            const CompressionResult result =
+                ImageCompressor::shared().compressOne(bad, settingsFor(format, 0, limitKB));
+            if (result.error != CompressorError::CannotDecode)
+                written.append(QString::number(run));
+        }
+        vips_concurrency_set(threads);
+        QVERIFY2(written.isEmpty(), qPrintable(QStringLiteral("runs not failed: ") + written.join(u' ')));
+    }
+
     // Outputs go to the custom folder while it exists, else beside the source; a folder that
     // cannot take the file fails the job before it is encoded, with the system's reason in the log,
     // and a page's failure reports the PDF.
