@@ -77,9 +77,9 @@ vips::VImage loadLazily(const InputFile& input)
     vips_area_copy(VIPS_AREA(input.blob()));
     g_signal_connect(image.get_image(), "postclose", G_CALLBACK(releaseBlob), input.blob());
     image = LoaderWatch::watched(image);
-    // The first pixel is computed here, on the calling thread. A loader that cannot decode the
-    // image at all (a HEIF whose codec gives up) fails every tile, and libvips' worker threads can
-    // lose that failure and hand on black pixels, depending on timing; here it is always seen.
+    // The first pixel is computed here, on the calling thread, so that a loader that cannot
+    // decode the image at all (a HEIF whose codec gives up) fails before an encode is spent on it.
+    // Later failures are the watch's to catch.
     VipsRegion* region = vips_region_new(image.get_image());
     const VipsRect first{0, 0, 1, 1};
     const int failed = vips_region_prepare(region, &first);
