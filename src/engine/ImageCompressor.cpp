@@ -272,8 +272,9 @@ ImageCompressor::Encoded ImageCompressor::encodeImage(const QString& sourcePath,
     std::optional<QByteArray> bytes;
     if (streamed) {
         // A streamed encode also fails when the decoder gives up halfway (a truncated file), so
-        // its failure is not the encoder's to log. Running the job again from memory tells a bad
-        // input from a failing encoder.
+        // its failure is not the encoder's to log. The loader's watch knows a bad input for
+        // certain, even when libvips handed the encode black lines and it succeeded; any other
+        // failure is told apart by running the job again from memory.
         const QString typeIdentifier = OutputFormats::typeIdentifier(format);
         bytes =
             SizeLimitedWriter(format, settings,
@@ -281,9 +282,10 @@ ImageCompressor::Encoded ImageCompressor::encodeImage(const QString& sourcePath,
                                   return FormatEncoder::encode(streamedImage, typeIdentifier, quality, false);
                               })
                 .encoded(*image);
-        // libvips can hand black lines to an encode when the loader fails halfway.
-        if (LoaderWatch::failed(*image))
-            bytes.reset();
+        if (LoaderWatch::failed(*image)) {
+            job.result = cannotDecode(std::move(job.result), source.fileName());
+            return job;
+        }
         if (!bytes) {
             image = decoded(false);
             if (!image) {
